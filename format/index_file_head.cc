@@ -1,0 +1,125 @@
+#include "format/index_file_head.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "maintain/device.h"
+#include "maintain/output.h"
+
+namespace tr {
+namespace {
+
+// Above this a channel's write file index cannot be real; shown in red.
+constexpr uint32_t kPlausibleWriteIndex = 10000;
+
+void printUnsigned(const char* label, uint32_t value) {
+  char text[16];
+  std::snprintf(text, sizeof text, "%u", value);
+  _tr_maintainPrintColoredField(label, text, kGreen);
+}
+
+const char* fileTypeName(uint8_t type) {
+  switch (type) {
+    case 1:
+      return "AV";
+    case 2:
+      return "JPG";
+    default:
+      return "Unknown";
+  }
+}
+
+}  // namespace
+
+int _tr_maintainGetIndexFileHeader(uint64_t offset, tr_IndexFileHead* header) {
+  if (header == nullptr) {
+    char stamp[64];
+    _tr_maintainGetColoredTimestamp(stamp, sizeof stamp);
+    err("%s \033[31m_tr_maintainGetIndexFileHeader header is null\033[0m\n",
+        stamp);
+    return -1;
+  }
+  const int fd = _tr_maintainOpenDevice(DeviceMode::kReadOnly);
+  if (fd == -1) return -1;
+  return readTargetAndClose(fd, offset, header, sizeof *header);
+}
+
+int _tr_maintainPrintIndexFileHeader(const tr_IndexFileHead* header) {
+  if (header == nullptr) {
+    return out("[ERROR] _tr_maintainPrintIndexFileHeader header is null\n");
+  }
+  tr_IndexFileHead h;
+  std::memcpy(&h, header, sizeof h);
+  printRecordTimestamp();
+  out("\033[35m=== tr_IndexFileHead ===\n\033[0m");
+
+  char magic[sizeof h.magicWord + 1] = {};
+  std::memcpy(magic, h.magicWord, sizeof h.magicWord);
+  _tr_maintainPrintColoredField(
+      "Magic Word", magic,
+      std::strcmp(magic, kIndexFileMagic) == 0 ? kGreen : kRed);
+  _tr_maintainPrintColoredField("File Type", fileTypeName(h.fileType), kGreen);
+
+  out("\033[34mWrite File Indexes:\n\033[0m");
+  for (int c = 1; c <= 32; ++c) {
+    const uint32_t index = h.writeFileIndex[c - 1];
+    out("  Channel %02d: ", c);
+    if (index > kPlausibleWriteIndex) {
+      out("\033[31m%u\033[0m\n", index);
+    } else {
+      out("%u\n", index);
+    }
+  }
+
+  printUnsigned("Max File Number", h.maxFileNum);
+  printUnsigned("Max Data Number", h.maxSegmentNum);
+  printUnsigned("Max Aux Number", h.maxAuxNumber);
+  printUnsigned("Aux Number", h.auxNum);
+  _tr_maintainPrintColoredField("File Size", sizeText(h.fileSize).c_str(),
+                                kGreen);
+  if (h.exceptionFlag != 0) {
+    _tr_maintainPrintColoredField("Exception Flag", "Abnormal", kRed);
+  } else {
+    _tr_maintainPrintColoredField("Exception Flag", "Normal", kGreen);
+  }
+  char start[32];
+  _tr_maintainFormatUnixTime(h.startTime, start, sizeof start);
+  _tr_maintainPrintColoredField("utc startTime", start, kGreen);
+
+  printReservedDump(h.reserved1, sizeof h.reserved1);
+  _tr_maintainHexDump(h.reserved2, sizeof h.reserved2);
+  printRecordEnd();
+  return 0;
+}
+
+int openIndexFile(uint64_t base, tr_IndexFileHead* header) {
+  std::memset(header, 0, sizeof *header);
+  const int fd = _tr_maintainOpenDevice(DeviceMode::kReadOnly);
+  if (fd == -1) return -1;
+  if (_tr_maintainReadDevice(fd, base, header, sizeof *header, nullptr,
+                             kSeekTitle, true) == -1) {
+    return -1;
+  }
+  return fd;
+}
+
+bool checkIndexNumber(const char* name, uint32_t value, const char* boundName,
+                      uint32_t bound) {
+  if (value >= 1 && value <= bound) return true;
+  char stamp[64];
+  _tr_maintainGetColoredTimestamp(stamp, sizeof stamp);
+  err("%s \033[31m%s INVALID\033[0m\n", stamp, name);
+  err(" %s: %d\n", name, static_cast<int32_t>(value));
+  err(" %s: %d\n", boundName, static_cast<int32_t>(bound));
+  return false;
+}
+
+int readTargetAndClose(int fd, uint64_t offset, void* dest, size_t size) {
+  if (_tr_maintainReadDevice(fd, offset, dest, size, "targetOffset",
+                             kSeekTitle, true) == -1) {
+    return -1;
+  }
+  return _tr_maintainCloseDevice(fd, true);
+}
+
+}  // namespace tr

@@ -1,0 +1,48 @@
+#include "format/index_layout.h"
+
+namespace tr {
+
+uint64_t segmentInfoSize(uint32_t kind) {
+  return kind == kRecordKind ? kRecSegmentInfoSize : kJpgSegmentInfoSize;
+}
+
+uint64_t dataFileBlockSize(uint32_t kind, uint32_t maxSegmentNum) {
+  return kDataFileHeadSize + uint64_t{maxSegmentNum} * segmentInfoSize(kind);
+}
+
+uint64_t dataFileHeadOffset(uint64_t base, uint32_t kind,
+                            uint32_t maxSegmentNum, uint32_t fileNum) {
+  const uint32_t fileIndex = fileNum - 1;
+  return base + kIndexFileHeadSize +
+         uint64_t{fileIndex} * dataFileBlockSize(kind, maxSegmentNum);
+}
+
+uint64_t segmentInfoOffset(uint64_t base, uint32_t kind,
+                           uint32_t maxSegmentNum, uint32_t fileNum,
+                           uint32_t segmentNum) {
+  const uint32_t segmentIndex = segmentNum - 1;
+  return dataFileHeadOffset(base, kind, maxSegmentNum, fileNum) +
+         kDataFileHeadSize + uint64_t{segmentIndex} * segmentInfoSize(kind);
+}
+
+uint64_t auxRegionStart(uint64_t base, uint64_t idxFileSize) {
+  return idxFileSize + base - kAuxRegionSize;
+}
+
+uint64_t auxHeadOffset(uint64_t base, uint64_t idxFileSize, uint32_t auxNum) {
+  const uint32_t auxIndex = auxNum - 1;
+  return auxRegionStart(base, idxFileSize) + uint64_t{auxIndex} * kAuxiliarySize;
+}
+
+uint64_t auxContextOffset(uint64_t base, uint64_t idxFileSize,
+                          uint32_t auxNum, uint32_t ctxNum) {
+  const uint32_t ctxIndex = ctxNum - 1;
+  return auxHeadOffset(base, idxFileSize, auxNum) + kAuxHeadSize +
+         uint64_t{ctxIndex} * kAuxContextSize;
+}
+
+uint32_t auxNumBound(uint32_t maxAuxNumber) {
+  return maxAuxNumber < kAuxiliaryCount ? maxAuxNumber : kAuxiliaryCount;
+}
+
+}  // namespace tr

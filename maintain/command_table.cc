@@ -1,0 +1,101 @@
+// The 38 rows, in the order of the help text. Each step below adapts one
+// record routine to the common step signature; the rows share them.
+#include "maintain/commands.h"
+
+namespace tr {
+namespace {
+
+int readIndexFileHead(const CommandCall& c) {
+  return _tr_maintainGetIndexFileHeader(c.base, &c.record->indexFileHead);
+}
+int printIndexFileHead(const CommandCall& c) {
+  return _tr_maintainPrintIndexFileHeader(&c.record->indexFileHead);
+}
+
+using A = ArgList;
+using S = Selector;
+
+}  // namespace
+
+const CommandRow kCommands[kCommandCount] = {
+    {"recIndexFileHead", A::kNone, S::kRec, 264, readIndexFileHead,
+     printIndexFileHead, "Print global file header(recordIndexFile)"},
+    {"recBackUpIndexFileHead", A::kNone, S::kRecBackUp, 264,
+     readIndexFileHead, printIndexFileHead,
+     "Print global file header(backup recordIndexFile)"},
+    {"picIndexFileHead", A::kNone, S::kPic, 264, readIndexFileHead,
+     printIndexFileHead, "Print global file header(pictureIndexFile)"},
+    {"picBackUpIndexFileHead", A::kNone, S::kPicBackUp, 264,
+     readIndexFileHead, printIndexFileHead,
+     "Print global file header(backup pictureIndexFile)"},
+    {"recDataFileHead", A::kFile, S::kRec, 32, nullptr, nullptr,
+     "Print file index header(recordIndexFile)"},
+    {"recBackUpDataFileHead", A::kFile, S::kRecBackUp, 32, nullptr, nullptr,
+     "Print file index header(backup recordIndexFile)"},
+    {"picDataFileHead", A::kFile, S::kPic, 32, nullptr, nullptr,
+     "Print file index header(pictureIndexFile)"},
+    {"picBackUpDataFileHead", A::kFile, S::kPicBackUp, 32, nullptr, nullptr,
+     "Print file index header(backup pictureIndexFile)"},
+    {"recIndexAuxHead", A::kAux, S::kRec, 8, nullptr, nullptr,
+     "Print auxiliary header(recordIndexFile)"},
+    {"recBackUpIndexAuxHead", A::kAux, S::kRecBackUp, 8, nullptr, nullptr,
+     "Print auxiliary header(backup recordIndexFile)"},
+    {"picIndexAuxHead", A::kAux, S::kPic, 8, nullptr, nullptr,
+     "Print auxiliary header(pictureIndexFile)"},
+    {"picBackUpIndexAuxHead", A::kAux, S::kPicBackUp, 8, nullptr, nullptr,
+     "Print auxiliary header(backup pictureIndexFile)"},
+    {"recDataFileInfo", A::kFileSegment, S::kRec, 640, nullptr, nullptr,
+     "Print data segment index(recordIndexFile)"},
+    {"recBackUpDataFileInfo", A::kFileSegment, S::kRecBackUp, 640, nullptr,
+     nullptr, "Print data segment index(backup recordIndexFile)"},
+    {"picDataFileInfo", A::kFileSegment, S::kPic, 1680, nullptr, nullptr,
+     "Print data segment index(pictureIndexFile)"},
+    {"picBackUpDataFileInfo", A::kFileSegment, S::kPicBackUp, 1680, nullptr,
+     nullptr, "Print data segment index(backup pictureIndexFile)"},
+    {"recIndexFileAux", A::kAuxContext, S::kRec, 432, nullptr, nullptr,
+     "Print auxiliary content(recordIndexFile)"},
+    {"recBackUpIndexFileAux", A::kAuxContext, S::kRecBackUp, 432, nullptr,
+     nullptr, "Print auxiliary content(backup recordIndexFile)"},
+    {"picIndexFileAux", A::kAuxContext, S::kPic, 432, nullptr, nullptr,
+     "Print auxiliary content(pictureIndexFile)"},
+    {"picBackUpIndexFileAux", A::kAuxContext, S::kPicBackUp, 432, nullptr,
+     nullptr, "Print auxiliary content(backup pictureIndexFile)"},
+    {"recChangeAuxCtxNum", A::kAuxContext, S::kRec, 0, nullptr, nullptr,
+     "Change current auxiliary(recordIndexFile)"},
+    {"recBackUpChangeAuxCtxNum", A::kAuxContext, S::kRecBackUp, 0, nullptr,
+     nullptr, "Change current auxiliary(backup recordIndexFile)"},
+    {"picChangeAuxCtxNum", A::kAuxContext, S::kPic, 0, nullptr, nullptr,
+     "Change current auxiliary(pictureIndexFile)"},
+    {"picBackUpChangeAuxCtxNum", A::kAuxContext, S::kPicBackUp, 0, nullptr,
+     nullptr, "Change current auxiliary(backup pictureIndexFile)"},
+    {"recIFrameInfo", A::kFileSegment, S::kRec, 640, nullptr, nullptr,
+     "Print I frame information"},
+    {"recData", A::kFileSegment, S::kRec, 640, nullptr, nullptr,
+     "Output the record file"},
+    {"picData", A::kFileSegment, S::kPic, 1680, nullptr, nullptr,
+     "Output the picture file"},
+    {"onePic", A::kFileSegmentPicture, S::kPic, 1680, nullptr, nullptr,
+     "Output a picture"},
+    {"recException", A::kNone, S::kRec, 0, nullptr, nullptr,
+     "Marker file exception(recordIndexFile)"},
+    {"recBackUpException", A::kNone, S::kRecBackUp, 0, nullptr, nullptr,
+     "Marker file exception(backup recordIndexFile)"},
+    {"picException", A::kNone, S::kPic, 0, nullptr, nullptr,
+     "Marker file exception(pictureIndexFile)"},
+    {"picBackUpException", A::kNone, S::kPicBackUp, 0, nullptr, nullptr,
+     "Marker file exception(backup pictureIndexFile)"},
+    {"recNormal", A::kNone, S::kRec, 0, nullptr, nullptr,
+     "Marker file normal(recordIndexFile)"},
+    {"recBackUpNormal", A::kNone, S::kRecBackUp, 0, nullptr, nullptr,
+     "Marker file normal(backup recordIndexFile)"},
+    {"picNormal", A::kNone, S::kPic, 0, nullptr, nullptr,
+     "Marker file normal(pictureIndexFile)"},
+    {"picBackUpNormal", A::kNone, S::kPicBackUp, 0, nullptr, nullptr,
+     "Marker file normal(backup pictureIndexFile)"},
+    {"TrellisHead", A::kNone, S::kNone, 128, nullptr, nullptr,
+     "Print Trellis Head"},
+    {"memsetTrellisHead", A::kNone, S::kNone, 0, nullptr, nullptr,
+     "Memset Trellis Head"},
+};
+
+}  // namespace tr

@@ -1,0 +1,124 @@
+#include "maintain/device.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "maintain/output.h"
+#include "maintain/platform.h"
+
+namespace tr {
+namespace {
+
+void printDevice() { err("  Device: %s\n", deviceName.c_str()); }
+
+void printError(int error) { err("  Error: %s (%d)\n\n", strerror(error), error); }
+
+void reportSeekFailure(const char* title, uint64_t offset, bool showOffset,
+                       int error) {
+  printDiagnosticTitle(kRed, title);
+  printDevice();
+  if (showOffset) {
+    err("  Offset: 0x%016llx\n", static_cast<unsigned long long>(offset));
+  }
+  printError(error);
+}
+
+// A transfer that moved nothing reports the error; any other wrong count
+// (-1 included) reports the count.
+void reportTransferFailure(const char* nothingTitle, const char* shortTitle,
+                           size_t size, ssize_t moved, int error) {
+  if (moved == 0) {
+    printDiagnosticTitle(kRed, nothingTitle);
+    printDevice();
+    err("  Requested: %zu bytes\n", size);
+    printError(error);
+  } else {
+    printDiagnosticTitle(kRed, shortTitle);
+    printDevice();
+    err("  Expected: %zu bytes\n", size);
+    err("  Actual: %zd bytes\n\n", moved);
+  }
+}
+
+bool seekTo(int fd, uint64_t offset) {
+  // An offset past the signed 64-bit range cannot be reached.
+  if (offset > static_cast<uint64_t>(INT64_MAX)) {
+    errno = EINVAL;
+    return false;
+  }
+  return sys.lseek(fd, static_cast<int64_t>(offset)) != -1;
+}
+
+}  // namespace
+
+int _tr_maintainOpenDevice(DeviceMode mode) {
+  const int flags = mode == DeviceMode::kReadWrite ? O_RDWR : O_RDONLY;
+  const int fd = sys.open(deviceName.c_str(), flags);
+  if (fd > 0) return fd;
+  const int error = errno;
+  // Descriptor 0 only comes back when standard input was closed; it is not
+  // used, but it is not kept either.
+  if (fd == 0) sys.close(fd);
+  printDiagnosticTitle(kRed, "OPEN FAILED");
+  printDevice();
+  printError(error);
+  return -1;
+}
+
+int _tr_maintainReadDevice(int fd, uint64_t offset, void* buffer, size_t size,
+                           const char* offsetLabel, const char* seekTitle,
+                           bool showOffset) {
+  if (offsetLabel != nullptr) {
+    char value[32];
+    std::snprintf(value, sizeof value, "%llu",
+                  static_cast<unsigned long long>(offset));
+    _tr_maintainPrintColoredField(offsetLabel, value, kGreen);
+  }
+  if (!seekTo(fd, offset)) {
+    reportSeekFailure(seekTitle, offset, showOffset, errno);
+    _tr_maintainCloseDevice(fd, false);
+    return -1;
+  }
+  errno = 0;  // a read that ends at the device's end sets no error
+  const ssize_t got = sys.read(fd, buffer, size);
+  if (got != static_cast<ssize_t>(size)) {
+    reportTransferFailure("READ FAILED", "INCOMPLETE READ", size, got, errno);
+    _tr_maintainCloseDevice(fd, false);
+    return -1;
+  }
+  return 0;
+}
+
+int _tr_maintainWriteDevice(int fd, uint64_t offset, const void* buffer,
+                            size_t size, bool showOffset) {
+  if (!seekTo(fd, offset)) {
+    reportSeekFailure(kWriteSeekTitle, offset, showOffset, errno);
+    _tr_maintainCloseDevice(fd, false);
+    return -1;
+  }
+  errno = 0;
+  const ssize_t put = sys.write(fd, buffer, size);
+  if (put != static_cast<ssize_t>(size)) {
+    reportTransferFailure("WRITE FAILED", "INCOMPLETE WRITE", size, put, errno);
+    _tr_maintainCloseDevice(fd, false);
+    return -1;
+  }
+  return 0;
+}
+
+int _tr_maintainCloseDevice(int fd, bool warn) {
+  const int result = sys.close(fd);
+  if (!warn || result == 0) return 0;
+  const int error = errno;
+  printDiagnosticTitle(kYellow, "CLOSE WARNING");
+  printDevice();
+  err("  FD: %d\n", fd);
+  err("  Warning: %s (%d)\n", strerror(error), error);
+  err("  Possible file descriptor leak!\n\n");
+  return -1;
+}
+
+}  // namespace tr

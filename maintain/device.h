@@ -1,0 +1,43 @@
+// Record access on the raw device. One access is: open, one or more
+// positioned transfers of exactly one record each, one close. Every failing
+// step prints its diagnostic block on standard error, closes the device
+// quietly and returns -1, so a caller never touches the descriptor after a
+// failure and reports nothing further. Only -1 means failure.
+#ifndef TRELLIS_MAINTAIN_DEVICE_H_
+#define TRELLIS_MAINTAIN_DEVICE_H_
+
+#include <cstddef>
+#include <cstdint>
+
+namespace tr {
+
+enum class DeviceMode { kReadOnly, kReadWrite };
+
+constexpr const char kSeekTitle[] = "LSEEK FAILED";
+constexpr const char kReadSeekTitle[] = "READ LSEEK FAILED";
+constexpr const char kWriteSeekTitle[] = "WRITE LSEEK FAILED";
+
+// Opens deviceName. Returns the descriptor, or -1 after the open failure
+// block (a descriptor of 0 counts as a failure too).
+int _tr_maintainOpenDevice(DeviceMode mode);
+
+// Prints `offsetLabel` (when given) with `offset` as a green field, seeks to
+// `offset` and reads exactly `size` bytes into `buffer`. A short read is not
+// retried. `seekTitle` heads a seek failure; `showOffset` adds its Offset
+// line.
+int _tr_maintainReadDevice(int fd, uint64_t offset, void* buffer, size_t size,
+                           const char* offsetLabel, const char* seekTitle,
+                           bool showOffset);
+
+// Seeks to `offset` and writes exactly `size` bytes from `buffer`.
+int _tr_maintainWriteDevice(int fd, uint64_t offset, const void* buffer,
+                            size_t size, bool showOffset);
+
+// Closes the descriptor. With `warn`, a failing close prints the close
+// warning and returns -1 (a write before it has reached the device all the
+// same); without, the result is ignored and 0 returned.
+int _tr_maintainCloseDevice(int fd, bool warn);
+
+}  // namespace tr
+
+#endif  // TRELLIS_MAINTAIN_DEVICE_H_

@@ -1,0 +1,85 @@
+#include <cstdlib>
+#include <cstring>
+
+#include "maintain/commands.h"
+#include "maintain/startup.h"
+
+namespace tr {
+namespace {
+
+const CommandRow* findCommand(const char* word, int count) {
+  for (const CommandRow& row : kCommands) {
+    if (row.action != nullptr && wordCount(row.args) == count &&
+        std::strcmp(row.word, word) == 0) {
+      return &row;
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+int wordCount(ArgList args) {
+  switch (args) {
+    case ArgList::kNone:
+      return 1;
+    case ArgList::kFile:
+    case ArgList::kAux:
+      return 2;
+    case ArgList::kFileSegment:
+    case ArgList::kAuxContext:
+      return 3;
+    case ArgList::kFileSegmentPicture:
+      return 4;
+  }
+  return 0;
+}
+
+uint64_t selectorOffset(Selector selector) {
+  switch (selector) {
+    case Selector::kRec:
+      return trellisHead.idxFileOffsetAV;
+    case Selector::kRecBackUp:
+      return trellisHead.idxFileBackupOffsetAV;
+    case Selector::kPic:
+      return trellisHead.idxFileOffsetPic;
+    case Selector::kPicBackUp:
+      return trellisHead.idxFileBackupOffsetPic;
+    case Selector::kNone:
+      break;
+  }
+  return 0;
+}
+
+uint32_t selectorKind(Selector selector) {
+  return selector == Selector::kPic || selector == Selector::kPicBackUp ? 2
+                                                                        : 1;
+}
+
+int tr_maintain(int count, char** words) {
+  if (count < 1 || count > 4 || words == nullptr) {
+    printHelp();
+    return -1;
+  }
+  const CommandRow* row = findCommand(words[0], count);
+  if (row == nullptr) {
+    if (count == 1) {
+      printHelp();
+      return -1;
+    }
+    return 0;
+  }
+  RecordBuffer record;
+  CommandCall call = {selectorOffset(row->selector),
+                      selectorKind(row->selector),
+                      {0, 0, 0},
+                      &record};
+  for (int i = 1; i < count; ++i) call.arg[i - 1] = std::atoi(words[i]);
+  if (row->reader == nullptr) return row->action(call) == -1 ? -1 : 0;
+  std::memset(record.bytes, 0, row->recordSize);
+  if (row->reader(call) == -1) return -1;
+  row->action(call);
+  return 0;
+}
+
+}  // namespace tr

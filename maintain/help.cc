@@ -1,0 +1,121 @@
+// The command overview printed for an unknown or malformed command: one
+// 126-column row per command in table order, with a continuation line for
+// each number after the first.
+#include <string>
+
+#include "maintain/commands.h"
+#include "maintain/output.h"
+#include "maintain/platform.h"
+
+namespace tr {
+namespace {
+
+constexpr size_t kWidth = 126;
+constexpr size_t kFormatColumn = 5;
+constexpr size_t kParamColumn = 49;
+constexpr size_t kDescriptionColumn = 77;
+constexpr size_t kContinuationIndent = 13;
+// The recorder's own overview has two irregular rows, kept as they are:
+// row 9's parameter text stands one column to the right, and row 13's
+// segmentNum line is one column shorter than the other segmentNum lines.
+constexpr int kShiftedParamRow = 9;
+constexpr int kShortContinuationRow = 13;
+
+struct Argument {
+  const char* name;
+  const char* text;
+  size_t continuationWidth;
+};
+
+constexpr Argument kFileArg = {"fileNum", "fileNum=file number", 0};
+constexpr Argument kSegmentArg = {"segmentNum", "segmentNum=segment num", 94};
+constexpr Argument kAuxArg = {"auxNum", "auxNum=auxiliary num", 0};
+constexpr Argument kContextArg = {"ctxNum", "ctxNum=content num", 96};
+constexpr Argument kPictureArg = {"picNum", "picNum=picture num", 94};
+
+struct ArgumentList {
+  const Argument* items[3];
+  int count;
+};
+
+ArgumentList argumentsOf(ArgList args) {
+  switch (args) {
+    case ArgList::kNone:
+      return {{}, 0};
+    case ArgList::kFile:
+      return {{&kFileArg}, 1};
+    case ArgList::kAux:
+      return {{&kAuxArg}, 1};
+    case ArgList::kFileSegment:
+      return {{&kFileArg, &kSegmentArg}, 2};
+    case ArgList::kAuxContext:
+      return {{&kAuxArg, &kContextArg}, 2};
+    case ArgList::kFileSegmentPicture:
+      return {{&kFileArg, &kSegmentArg, &kPictureArg}, 3};
+  }
+  return {{}, 0};
+}
+
+void padTo(std::string& line, size_t column) {
+  if (line.size() < column) line.append(column - line.size(), ' ');
+}
+
+void printLine(const std::string& line) { out("%s\n", line.c_str()); }
+
+void printRule() { printLine(std::string(kWidth, '=')); }
+
+void printRow(int number, const CommandRow& row) {
+  const ArgumentList args = argumentsOf(row.args);
+  std::string line = formatString(" %d.", number);
+  padTo(line, kFormatColumn);
+  line += "maintain ";
+  line += row.word;
+  if (args.count > 0) line += formatString(" <%s>", args.items[0]->name);
+  padTo(line, number == kShiftedParamRow ? kParamColumn + 1 : kParamColumn);
+  line += args.count > 0 ? args.items[0]->text : "(none)";
+  padTo(line, kDescriptionColumn);
+  line += row.description;
+  padTo(line, kWidth);
+  printLine(line);
+  for (int i = 1; i < args.count; ++i) {
+    const Argument& arg = *args.items[i];
+    std::string more(kContinuationIndent, ' ');
+    more += formatString("<%s>", arg.name);
+    padTo(more, kParamColumn);
+    more += arg.text;
+    size_t width = arg.continuationWidth;
+    if (number == kShortContinuationRow && &arg == &kSegmentArg) --width;
+    padTo(more, width);
+    printLine(more);
+  }
+}
+
+}  // namespace
+
+void printHelp() {
+  printLine("Supported maintenance commands:");
+  printRule();
+  std::string header(kFormatColumn, ' ');
+  header += "Command Format";
+  padTo(header, kParamColumn);
+  header += "Parameters";
+  padTo(header, kDescriptionColumn);
+  header += "Description";
+  padTo(header, kWidth);
+  printLine(header);
+  printRule();
+  for (size_t i = 0; i < kCommandCount; ++i) {
+    printRow(static_cast<int>(i) + 1, kCommands[i]);
+  }
+  printRule();
+  printLine("Examples:");
+  printLine(
+      "  > maintain recDataFileHead 1           # Print index header of file "
+      "1");
+  printLine(
+      "  > maintain recIndexFileAux 1 2         # Print content 2 of "
+      "auxiliary 1");
+  printRule();
+}
+
+}  // namespace tr

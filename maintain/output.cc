@@ -1,0 +1,184 @@
+#include "maintain/output.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <vector>
+
+#include "maintain/platform.h"
+
+namespace tr {
+
+const char* const kValidityNames[3] = {"Invalid", "Read/Write", "Read-Only"};
+const char* const kValidityColours[3] = {kRed, kGreen, kYellow};
+const char* const kYesNoWords[2] = {"No", "Yes"};
+const char* const kEnableWords[2] = {"Disabled", "Enabled"};
+const char* const kUpperYesNoWords[2] = {"NO", "YES"};
+
+namespace {
+
+bool gColour = true;
+
+// Drops every "ESC [ ... final-byte" sequence from `text`.
+std::string stripEscapes(const char* text, size_t length) {
+  std::string plain;
+  plain.reserve(length);
+  for (size_t i = 0; i < length; ++i) {
+    if (text[i] == '\033' && i + 1 < length && text[i + 1] == '[') {
+      size_t j = i + 2;
+      while (j < length && (text[j] < 0x40 || text[j] > 0x7e)) ++j;
+      i = j;
+      continue;
+    }
+    plain.push_back(text[i]);
+  }
+  return plain;
+}
+
+int writeFormatted(FILE* stream, const char* fmt, va_list args) {
+  if (gColour) return std::vfprintf(stream, fmt, args);
+  va_list again;
+  va_copy(again, args);
+  const int length = std::vsnprintf(nullptr, 0, fmt, args);
+  if (length < 0) {
+    va_end(again);
+    return length;
+  }
+  std::vector<char> buffer(static_cast<size_t>(length) + 1);
+  std::vsnprintf(buffer.data(), buffer.size(), fmt, again);
+  va_end(again);
+  const std::string plain = stripEscapes(buffer.data(), length);
+  return static_cast<int>(std::fwrite(plain.data(), 1, plain.size(), stream));
+}
+
+}  // namespace
+
+void setColourEnabled(bool enabled) { gColour = enabled; }
+
+bool colourEnabled() { return gColour; }
+
+int out(const char* fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  const int result = writeFormatted(stdout, fmt, args);
+  va_end(args);
+  return result;
+}
+
+int err(const char* fmt, ...) {
+  std::fflush(stdout);
+  va_list args;
+  va_start(args, fmt);
+  const int result = writeFormatted(stderr, fmt, args);
+  va_end(args);
+  return result;
+}
+
+void errPerror(const char* message) {
+  std::fflush(stdout);
+  std::perror(message);
+}
+
+std::string tableWord(const char* const* table, size_t entries,
+                      uint64_t value) {
+  if (value < entries) return table[value];
+  return formatString("Unknown (%llu)", static_cast<unsigned long long>(value));
+}
+
+void _tr_maintainGetColoredTimestamp(char* buf, size_t size) {
+  if (buf == nullptr || size == 0) return;
+  const time_t now = std::time(nullptr);
+  const struct tm* local = std::localtime(&now);
+  buf[0] = '\0';
+  if (local != nullptr &&
+      std::strftime(buf, size, "\033[33m[%Y-%m-%d %H:%M:%S]\033[0m", local) ==
+          0) {
+    buf[0] = '\0';
+  }
+}
+
+int _tr_maintainPrintColoredField(const char* label, const char* value,
+                                  const char* colour) {
+  return out("%-20s: %s%s\033[0m\n", label, colour, value);
+}
+
+void _tr_maintainHexDump(const void* data, size_t len) {
+  const unsigned char* bytes = static_cast<const unsigned char*>(data);
+  // One line of text at a time: the dump of a record is printed often.
+  std::string text = "\033[36m";
+  char piece[32];
+  for (size_t i = 0; i < len; ++i) {
+    if (i % 16 == 0) {
+      std::snprintf(piece, sizeof piece, "\n%04zX: ", i);
+      text += piece;
+    }
+    std::snprintf(piece, sizeof piece, "%02X ", bytes[i]);
+    text += piece;
+  }
+  text += "\033[0m\n";
+  out("%s", text.c_str());
+}
+
+void _tr_maintainFormatUnixTime(int64_t seconds, char* buf, size_t size) {
+  if (buf == nullptr || size == 0) return;
+  // The recorder stores 64 bits but counts in 32: the high half is ignored.
+  const time_t low = static_cast<int32_t>(static_cast<uint32_t>(seconds));
+  struct tm utc;
+  std::memset(&utc, 0, sizeof utc);
+  if (gmtime_r(&low, &utc) == nullptr) {
+    buf[0] = '\0';
+    return;
+  }
+  std::snprintf(buf, size, "%04d-%02d-%02d %02d:%02d:%02d", utc.tm_year + 1900,
+                utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min,
+                utc.tm_sec);
+}
+
+std::string sizeText(uint64_t bytes) {
+  char text[32];
+  if (bytes > 1048576) {
+    std::snprintf(text, sizeof text, "%.2f MB",
+                  static_cast<double>(bytes) / 1048576.0);
+  } else if (bytes > 1024) {
+    std::snprintf(text, sizeof text, "%.2f KB",
+                  static_cast<double>(bytes) / 1024.0);
+  } else {
+    std::snprintf(text, sizeof text, "%llu Bytes",
+                  static_cast<unsigned long long>(bytes));
+  }
+  return text;
+}
+
+std::string timeZoneText(int32_t seconds) {
+  const int hours = seconds / 3600;
+  int minutes = (seconds % 3600) / 60;
+  if (minutes < 0) minutes = -minutes;
+  std::string text = seconds < 0 && hours == 0
+                         ? formatString("-00:%02d", minutes)
+                         : formatString("%+03d:%02d", hours, minutes);
+  // The recorder keeps the zone in an 8-byte text: at most 7 characters.
+  if (text.size() > 7) text.resize(7);
+  return text;
+}
+
+void printRecordTimestamp() {
+  char stamp[64];
+  _tr_maintainGetColoredTimestamp(stamp, sizeof stamp);
+  out("\n%s\n", stamp);
+}
+
+void printReservedDump(const void* data, size_t len) {
+  out("\033[36m\nReserved Fields Hex Dump:\033[0m");
+  _tr_maintainHexDump(data, len);
+}
+
+void printRecordEnd() { out("\033[35m===========END==========\n\033[0m"); }
+
+void printDiagnosticTitle(const char* colour, const char* title) {
+  char stamp[64];
+  _tr_maintainGetColoredTimestamp(stamp, sizeof stamp);
+  err("%s %s%s\033[0m\n", stamp, colour, title);
+}
+
+}  // namespace tr

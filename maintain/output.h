@@ -1,0 +1,78 @@
+// The look of everything the console prints: colour sequences, the
+// timestamp that heads every record and diagnostic, the labelled field line,
+// the hexadecimal dump, stored-time and size texts, the word tables and the
+// frame around a record. Printers format fields only through these, so the
+// look is defined here once.
+//
+// All output goes through out()/err(). With colour switched off (NO_COLOR)
+// they drop every escape sequence and change nothing else.
+#ifndef TRELLIS_MAINTAIN_OUTPUT_H_
+#define TRELLIS_MAINTAIN_OUTPUT_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace tr {
+
+constexpr const char kRed[] = "\033[31m";
+constexpr const char kGreen[] = "\033[32m";
+constexpr const char kYellow[] = "\033[33m";
+constexpr const char kBlue[] = "\033[34m";
+constexpr const char kMagenta[] = "\033[35m";
+constexpr const char kCyan[] = "\033[36m";
+constexpr const char kReset[] = "\033[0m";
+
+// Word tables, indexed by a stored value.
+extern const char* const kValidityNames[3];
+extern const char* const kValidityColours[3];
+extern const char* const kYesNoWords[2];
+extern const char* const kEnableWords[2];
+extern const char* const kUpperYesNoWords[2];
+
+void setColourEnabled(bool enabled);
+bool colourEnabled();
+
+// printf to standard output / standard error. err() flushes standard output
+// first so that a diagnostic never overtakes the lines printed before it.
+int out(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+int err(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+// perror() after flushing standard output.
+void errPerror(const char* message);
+
+// The entry of `table` for `value`, or "Unknown (N)" for a value past its
+// end, so a damaged byte is shown, never used as an index.
+std::string tableWord(const char* const* table, size_t entries,
+                      uint64_t value);
+
+// "\e[33m[YYYY-MM-DD HH:MM:SS]\e[0m" in local time, at most `size` bytes.
+void _tr_maintainGetColoredTimestamp(char* buf, size_t size);
+// "%-20s: %s%s\e[0m\n" with label, colour, value.
+int _tr_maintainPrintColoredField(const char* label, const char* value,
+                                  const char* colour);
+// Sixteen bytes a line, each line headed by its position from `data`.
+void _tr_maintainHexDump(const void* data, size_t len);
+// UTC calendar time of the low 32 bits of `seconds`, read as signed.
+void _tr_maintainFormatUnixTime(int64_t seconds, char* buf, size_t size);
+
+// A byte count as "N Bytes" (up to 1024), "N.NN KB" (up to 1 MiB) or
+// "N.NN MB".
+std::string sizeText(uint64_t bytes);
+// A zone offset in seconds as "+HH:MM"; zones less than an hour west of UTC
+// keep their minus sign ("-00:30"). At most 7 characters, like the recorder's
+// own 8-byte text.
+std::string timeZoneText(int32_t seconds);
+
+// The frame of a printed record: "\n<timestamp>\n" and the magenta title;
+// the cyan "Reserved Fields Hex Dump:" title with its dump; the end line.
+void printRecordTimestamp();
+void printReservedDump(const void* data, size_t len);
+void printRecordEnd();
+
+// A diagnostic title line on standard error: timestamp, blank, the title in
+// `colour`.
+void printDiagnosticTitle(const char* colour, const char* title);
+
+}  // namespace tr
+
+#endif  // TRELLIS_MAINTAIN_OUTPUT_H_

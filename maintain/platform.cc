@@ -1,0 +1,89 @@
+#include "maintain/platform.h"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdlib>
+#include <vector>
+
+namespace tr {
+
+std::string deviceName = kDefaultDevice;
+
+namespace {
+
+std::string gMediaDir = kDefaultMediaDir;
+
+int sysOpen(const char* path, int flags) { return ::open(path, flags); }
+
+int64_t sysLseek(int fd, int64_t offset) {
+  return ::lseek64(fd, static_cast<off64_t>(offset), SEEK_SET);
+}
+
+int sysBlockDeviceSize(int fd, uint64_t* bytes) {
+  return ::ioctl(fd, BLKGETSIZE64, bytes);
+}
+
+int sysFseek(FILE* stream, uint64_t offset) {
+  // fseeko takes a signed 64-bit position; one past its range cannot be
+  // reached and fails like any other bad position.
+  if (offset > static_cast<uint64_t>(INT64_MAX)) {
+    errno = EINVAL;
+    return -1;
+  }
+  return ::fseeko64(stream, static_cast<off64_t>(offset), SEEK_SET);
+}
+
+const char* envOrEmpty(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? "" : value;
+}
+
+}  // namespace
+
+const SysCalls kSystemCalls = {
+    sysOpen,  sysLseek,   ::read,       ::write,      ::close,
+    ::fstat,  sysBlockDeviceSize,       ::fopen64,    sysFseek,
+    ::fread,  ::fwrite,   ::fclose,     std::malloc,  std::free,
+};
+
+SysCalls sys = kSystemCalls;
+
+void loadPlatform() {
+  const char* device = envOrEmpty("TRELLIS_DEVICE");
+  const char* media = envOrEmpty("TRELLIS_MEDIA_DIR");
+  setDevicePath(*device != '\0' ? device : kDefaultDevice);
+  setMediaDir(*media != '\0' ? media : kDefaultMediaDir);
+}
+
+void setDevicePath(const std::string& path) { deviceName = path; }
+
+void setMediaDir(const std::string& dir) { gMediaDir = dir; }
+
+std::string mediaPath(const std::string& fileName) {
+  std::string path = gMediaDir;
+  if (path.empty() || path.back() != '/') path += '/';
+  return path + fileName;
+}
+
+std::string formatString(const char* fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  va_list again;
+  va_copy(again, args);
+  const int length = std::vsnprintf(nullptr, 0, fmt, args);
+  va_end(args);
+  std::string text;
+  if (length > 0) {
+    std::vector<char> buffer(static_cast<size_t>(length) + 1);
+    std::vsnprintf(buffer.data(), buffer.size(), fmt, again);
+    text.assign(buffer.data(), static_cast<size_t>(length));
+  }
+  va_end(again);
+  return text;
+}
+
+}  // namespace tr

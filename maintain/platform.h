@@ -1,0 +1,65 @@
+// Where the console finds its card: the raw device that holds the index
+// files, and the directory of the data files it copies media out of. On the
+// recorder these are fixed ("/dev/mmc0" and "/mnt/sd/"); on a workstation
+// TRELLIS_DEVICE and TRELLIS_MEDIA_DIR point them at a card image or a card
+// reader. Every system call that touches the card goes through `sys`, so a
+// test can make any one of them fail.
+#ifndef TRELLIS_MAINTAIN_PLATFORM_H_
+#define TRELLIS_MAINTAIN_PLATFORM_H_
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+namespace tr {
+
+constexpr const char kDefaultDevice[] = "/dev/mmc0";
+constexpr const char kDefaultMediaDir[] = "/mnt/sd/";
+
+// The raw device path, printed verbatim in every diagnostic. Set once, by
+// loadPlatform(), before start-up measures the device.
+extern std::string deviceName;
+
+// Reads TRELLIS_DEVICE and TRELLIS_MEDIA_DIR; unset or empty means the
+// recorder's own paths.
+void loadPlatform();
+void setDevicePath(const std::string& path);
+void setMediaDir(const std::string& dir);
+
+// The media directory joined with `fileName`, with exactly one '/' between
+// them when the directory does not already end in one.
+std::string mediaPath(const std::string& fileName);
+
+// printf into a std::string of whatever length the text needs.
+std::string formatString(const char* fmt, ...)
+    __attribute__((format(printf, 1, 2)));
+
+// The system calls used on the device and on data files. Defaults call the
+// system; tests swap single entries (see tests/support/sys_override.h).
+struct SysCalls {
+  int (*open)(const char* path, int flags);
+  int64_t (*lseek)(int fd, int64_t offset);  // from the start, 64-bit
+  ssize_t (*read)(int fd, void* buf, size_t count);
+  ssize_t (*write)(int fd, const void* buf, size_t count);
+  int (*close)(int fd);
+  int (*fstat)(int fd, struct stat* st);
+  int (*blockDeviceSize)(int fd, uint64_t* bytes);  // BLKGETSIZE64
+  FILE* (*fopen)(const char* path, const char* mode);
+  int (*fseek)(FILE* stream, uint64_t offset);  // from the start, 64-bit
+  size_t (*fread)(void* buf, size_t size, size_t count, FILE* stream);
+  size_t (*fwrite)(const void* buf, size_t size, size_t count, FILE* stream);
+  int (*fclose)(FILE* stream);
+  void* (*malloc)(size_t size);
+  void (*free)(void* ptr);
+};
+
+extern SysCalls sys;
+extern const SysCalls kSystemCalls;
+
+}  // namespace tr
+
+#endif  // TRELLIS_MAINTAIN_PLATFORM_H_
