@@ -12,6 +12,50 @@ int printIndexFileHead(const CommandCall& c) {
   return _tr_maintainPrintIndexFileHeader(&c.record->indexFileHead);
 }
 
+// Storage head, data file heads and auxiliary heads.
+int readTrellisHead(const CommandCall& c) {
+  return _tr_maintainGetTrellisHead(&c.record->trellisHead);
+}
+int printTrellisHead(const CommandCall& c) {
+  return _tr_maintainPrintTrellisHead(&c.record->trellisHead);
+}
+int readDataFileHead(const CommandCall& c) {
+  return _tr_maintainGetDataFileHeader(c.kind, static_cast<uint32_t>(c.arg[0]),
+                                       c.base, &c.record->dataFileHead);
+}
+int printDataFileHead(const CommandCall& c) {
+  return _tr_maintainPrintDataFileHeader(&c.record->dataFileHead, c.arg[0]);
+}
+int readAuxHead(const CommandCall& c) {
+  return _tr_maintainGetIndexAuxHeader(c.kind, static_cast<uint32_t>(c.arg[0]),
+                                       c.base, &c.record->auxHead);
+}
+int printAuxHead(const CommandCall& c) {
+  return _tr_maintainPrintIndexAuxHeader(&c.record->auxHead, c.arg[0]);
+}
+
+// Segment infos and auxiliary contexts.
+int readSegmentInfo(const CommandCall& c) {
+  return _tr_maintainGetDataFileInfo(c.kind, static_cast<uint32_t>(c.arg[0]),
+                                     static_cast<uint32_t>(c.arg[1]), c.base,
+                                     c.record->bytes);
+}
+int printRecSegmentInfo(const CommandCall& c) {
+  return _tr_maintainPrintRecDataInfo(&c.record->recInfo, c.arg[0], c.arg[1]);
+}
+int printJpgSegmentInfo(const CommandCall& c) {
+  return _tr_maintainPrintJpgDataInfo(&c.record->jpgInfo, c.arg[0], c.arg[1]);
+}
+int readAuxContext(const CommandCall& c) {
+  return _tr_maintainGetIndexFileAux(c.kind, static_cast<uint32_t>(c.arg[0]),
+                                     static_cast<uint32_t>(c.arg[1]), c.base,
+                                     &c.record->auxContext);
+}
+int printAuxContext(const CommandCall& c) {
+  return _tr_maintainPrintIndexAuxContext(&c.record->auxContext, c.arg[0],
+                                          c.arg[1]);
+}
+
 using A = ArgList;
 using S = Selector;
 
@@ -28,38 +72,48 @@ const CommandRow kCommands[kCommandCount] = {
     {"picBackUpIndexFileHead", A::kNone, S::kPicBackUp, 264,
      readIndexFileHead, printIndexFileHead,
      "Print global file header(backup pictureIndexFile)"},
-    {"recDataFileHead", A::kFile, S::kRec, 32, nullptr, nullptr,
+    {"recDataFileHead", A::kFile, S::kRec, 32, readDataFileHead,
+     printDataFileHead,
      "Print file index header(recordIndexFile)"},
-    {"recBackUpDataFileHead", A::kFile, S::kRecBackUp, 32, nullptr, nullptr,
+    {"recBackUpDataFileHead", A::kFile, S::kRecBackUp, 32, readDataFileHead,
+     printDataFileHead,
      "Print file index header(backup recordIndexFile)"},
-    {"picDataFileHead", A::kFile, S::kPic, 32, nullptr, nullptr,
+    {"picDataFileHead", A::kFile, S::kPic, 32, readDataFileHead,
+     printDataFileHead,
      "Print file index header(pictureIndexFile)"},
-    {"picBackUpDataFileHead", A::kFile, S::kPicBackUp, 32, nullptr, nullptr,
+    {"picBackUpDataFileHead", A::kFile, S::kPicBackUp, 32, readDataFileHead,
+     printDataFileHead,
      "Print file index header(backup pictureIndexFile)"},
-    {"recIndexAuxHead", A::kAux, S::kRec, 8, nullptr, nullptr,
+    {"recIndexAuxHead", A::kAux, S::kRec, 8, readAuxHead, printAuxHead,
      "Print auxiliary header(recordIndexFile)"},
-    {"recBackUpIndexAuxHead", A::kAux, S::kRecBackUp, 8, nullptr, nullptr,
+    {"recBackUpIndexAuxHead", A::kAux, S::kRecBackUp, 8, readAuxHead,
+     printAuxHead,
      "Print auxiliary header(backup recordIndexFile)"},
-    {"picIndexAuxHead", A::kAux, S::kPic, 8, nullptr, nullptr,
+    {"picIndexAuxHead", A::kAux, S::kPic, 8, readAuxHead, printAuxHead,
      "Print auxiliary header(pictureIndexFile)"},
-    {"picBackUpIndexAuxHead", A::kAux, S::kPicBackUp, 8, nullptr, nullptr,
+    {"picBackUpIndexAuxHead", A::kAux, S::kPicBackUp, 8, readAuxHead,
+     printAuxHead,
      "Print auxiliary header(backup pictureIndexFile)"},
-    {"recDataFileInfo", A::kFileSegment, S::kRec, 640, nullptr, nullptr,
-     "Print data segment index(recordIndexFile)"},
-    {"recBackUpDataFileInfo", A::kFileSegment, S::kRecBackUp, 640, nullptr,
-     nullptr, "Print data segment index(backup recordIndexFile)"},
-    {"picDataFileInfo", A::kFileSegment, S::kPic, 1680, nullptr, nullptr,
-     "Print data segment index(pictureIndexFile)"},
-    {"picBackUpDataFileInfo", A::kFileSegment, S::kPicBackUp, 1680, nullptr,
-     nullptr, "Print data segment index(backup pictureIndexFile)"},
-    {"recIndexFileAux", A::kAuxContext, S::kRec, 432, nullptr, nullptr,
-     "Print auxiliary content(recordIndexFile)"},
-    {"recBackUpIndexFileAux", A::kAuxContext, S::kRecBackUp, 432, nullptr,
-     nullptr, "Print auxiliary content(backup recordIndexFile)"},
-    {"picIndexFileAux", A::kAuxContext, S::kPic, 432, nullptr, nullptr,
-     "Print auxiliary content(pictureIndexFile)"},
-    {"picBackUpIndexFileAux", A::kAuxContext, S::kPicBackUp, 432, nullptr,
-     nullptr, "Print auxiliary content(backup pictureIndexFile)"},
+    {"recDataFileInfo", A::kFileSegment, S::kRec, 640, readSegmentInfo,
+     printRecSegmentInfo, "Print data segment index(recordIndexFile)"},
+    {"recBackUpDataFileInfo", A::kFileSegment, S::kRecBackUp, 640,
+     readSegmentInfo, printRecSegmentInfo,
+     "Print data segment index(backup recordIndexFile)"},
+    {"picDataFileInfo", A::kFileSegment, S::kPic, 1680, readSegmentInfo,
+     printJpgSegmentInfo, "Print data segment index(pictureIndexFile)"},
+    {"picBackUpDataFileInfo", A::kFileSegment, S::kPicBackUp, 1680,
+     readSegmentInfo, printJpgSegmentInfo,
+     "Print data segment index(backup pictureIndexFile)"},
+    {"recIndexFileAux", A::kAuxContext, S::kRec, 432, readAuxContext,
+     printAuxContext, "Print auxiliary content(recordIndexFile)"},
+    {"recBackUpIndexFileAux", A::kAuxContext, S::kRecBackUp, 432,
+     readAuxContext, printAuxContext,
+     "Print auxiliary content(backup recordIndexFile)"},
+    {"picIndexFileAux", A::kAuxContext, S::kPic, 432, readAuxContext,
+     printAuxContext, "Print auxiliary content(pictureIndexFile)"},
+    {"picBackUpIndexFileAux", A::kAuxContext, S::kPicBackUp, 432,
+     readAuxContext, printAuxContext,
+     "Print auxiliary content(backup pictureIndexFile)"},
     {"recChangeAuxCtxNum", A::kAuxContext, S::kRec, 0, nullptr, nullptr,
      "Change current auxiliary(recordIndexFile)"},
     {"recBackUpChangeAuxCtxNum", A::kAuxContext, S::kRecBackUp, 0, nullptr,
@@ -92,7 +146,8 @@ const CommandRow kCommands[kCommandCount] = {
      "Marker file normal(pictureIndexFile)"},
     {"picBackUpNormal", A::kNone, S::kPicBackUp, 0, nullptr, nullptr,
      "Marker file normal(backup pictureIndexFile)"},
-    {"TrellisHead", A::kNone, S::kNone, 128, nullptr, nullptr,
+    {"TrellisHead", A::kNone, S::kNone, 128, readTrellisHead,
+     printTrellisHead,
      "Print Trellis Head"},
     {"memsetTrellisHead", A::kNone, S::kNone, 0, nullptr, nullptr,
      "Memset Trellis Head"},

@@ -1,0 +1,76 @@
+// The head of auxiliary `auxNum` in an index file's auxiliary region. The
+// region is placed from the end of the index file and holds exactly 100
+// auxiliaries, so the reader refuses any number above 100 even when the
+// header claims more: nothing past the index file is read as an auxiliary.
+#include "format/aux_head.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "format/index_file_head.h"
+#include "format/index_layout.h"
+#include "maintain/device.h"
+#include "maintain/output.h"
+#include "maintain/startup.h"
+
+namespace tr {
+namespace {
+
+void printYesNo(const char* label, uint8_t value) {
+  _tr_maintainPrintColoredField(label, tableWord(kYesNoWords, 2, value).c_str(),
+                                value != 0 ? kGreen : kRed);
+}
+
+}  // namespace
+
+// `kind` does not change where an auxiliary lies: the region has the same
+// shape in record and picture index files.
+int _tr_maintainGetIndexAuxHeader(uint32_t kind, uint32_t auxNum,
+                                  uint64_t offset,
+                                  IndexFileAuxiliaryHead* header) {
+  (void)kind;
+  if (header == nullptr) {
+    char stamp[64];
+    _tr_maintainGetColoredTimestamp(stamp, sizeof stamp);
+    err("%s \033[31m_tr_maintainGetIndexAuxHeader header is null\033[0m\n",
+        stamp);
+    return -1;
+  }
+  tr_IndexFileHead indexHead;
+  const int fd = openIndexFile(offset, &indexHead);
+  if (fd == -1) return -1;
+  if (!checkIndexNumber("auxNum", auxNum, "maxAuxNumber",
+                        auxNumBound(indexHead.maxAuxNumber))) {
+    _tr_maintainCloseDevice(fd, false);
+    return -1;
+  }
+  const uint64_t target =
+      auxHeadOffset(offset, trellisHead.idxFileSize, auxNum);
+  return readTargetAndClose(fd, target, header, sizeof *header);
+}
+
+int _tr_maintainPrintIndexAuxHeader(const IndexFileAuxiliaryHead* header,
+                                    int auxNum) {
+  if (header == nullptr) {
+    return out("[ERROR] _tr_maintainPrintIndexAuxHeader header is null\n");
+  }
+  IndexFileAuxiliaryHead h;
+  std::memcpy(&h, header, sizeof h);
+  // The coloured timestamp is 30 characters, so 32 bytes hold it whole.
+  char stamp[32];
+  _tr_maintainGetColoredTimestamp(stamp, sizeof stamp);
+  out("\n%s\n", stamp);
+  out("\033[35m=== auxNum:%d IndexFileAuxiliaryHead ===\033[0m\n", auxNum);
+
+  printYesNo("isUsed", h.isUsed);
+  printYesNo("isFull", h.isFull);
+  char count[16];
+  std::snprintf(count, sizeof count, "%u", static_cast<unsigned>(h.currentCount));
+  _tr_maintainPrintColoredField("Current Count", count, kGreen);
+
+  printReservedDump(h.reserved, sizeof h.reserved);
+  printRecordEnd();
+  return 0;
+}
+
+}  // namespace tr
