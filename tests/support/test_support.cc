@@ -102,6 +102,28 @@ std::string CardImage::read(uint64_t offset, size_t count) const {
   return bytes;
 }
 
+std::vector<std::string> wrappedCommand(const std::vector<std::string>& argv) {
+  std::vector<std::string> command =
+      splitWords(std::getenv("TRELLIS_TEST_EXEC_WRAPPER"));
+  command.insert(command.end(), argv.begin(), argv.end());
+  return command;
+}
+
+void execWithEnv(const std::vector<std::string>& command, const EnvList& env) {
+  setenv("TZ", "UTC", 1);
+  unsetenv("NO_COLOR");
+  unsetenv("TRELLIS_DEVICE");
+  unsetenv("TRELLIS_MEDIA_DIR");
+  for (const auto& [name, value] : env) setenv(name.c_str(), value.c_str(), 1);
+  std::vector<char*> args;
+  for (const std::string& word : command) {
+    args.push_back(const_cast<char*>(word.c_str()));
+  }
+  args.push_back(nullptr);
+  execvp(args[0], args.data());
+  _exit(127);
+}
+
 RunResult runProgram(const std::vector<std::string>& argv,
                      const std::string& input, const EnvList& env) {
   TempDir io;
@@ -110,8 +132,7 @@ RunResult runProgram(const std::vector<std::string>& argv,
   const std::string errPath = io.file("stderr");
   writeFile(inPath, input);
 
-  std::vector<std::string> command = splitWords(std::getenv("TRELLIS_TEST_EXEC_WRAPPER"));
-  command.insert(command.end(), argv.begin(), argv.end());
+  const std::vector<std::string> command = wrappedCommand(argv);
 
   RunResult result;
   const pid_t pid = fork();
@@ -123,16 +144,7 @@ RunResult runProgram(const std::vector<std::string>& argv,
     dup2(in, 0);
     dup2(outFd, 1);
     dup2(errFd, 2);
-    setenv("TZ", "UTC", 1);
-    unsetenv("NO_COLOR");
-    unsetenv("TRELLIS_DEVICE");
-    unsetenv("TRELLIS_MEDIA_DIR");
-    for (const auto& [name, value] : env) setenv(name.c_str(), value.c_str(), 1);
-    std::vector<char*> args;
-    for (const std::string& word : command) args.push_back(const_cast<char*>(word.c_str()));
-    args.push_back(nullptr);
-    execvp(args[0], args.data());
-    _exit(127);
+    execWithEnv(command, env);
   }
   int status = 0;
   if (pid > 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status)) {

@@ -70,6 +70,12 @@ using EnvList = std::vector<std::pair<std::string, std::string>>;
 // plus `env`). TRELLIS_TEST_EXEC_WRAPPER, when set, is put in front of the
 // binary (an emulator, say).
 RunResult runConsole(const std::string& input, const EnvList& env);
+// `argv` with TRELLIS_TEST_EXEC_WRAPPER's words in front of it.
+std::vector<std::string> wrappedCommand(const std::vector<std::string>& argv);
+// In a forked child: the console's environment (TZ=UTC, no NO_COLOR or
+// TRELLIS_* variables, then `env`), then exec of `command`. Never returns.
+[[noreturn]] void execWithEnv(const std::vector<std::string>& command,
+                              const EnvList& env);
 RunResult runProgram(const std::vector<std::string>& argv,
                      const std::string& input, const EnvList& env);
 
