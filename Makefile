@@ -1,8 +1,15 @@
-# Thin wrapper over CMake: one build tree, build/.
+# Thin wrapper over CMake. build/ is the host tree; build-arm/ is the 32-bit
+# ARM cross build for the recorder, whose tests run under qemu-arm.
 BUILD := build
+ARM_BUILD := build-arm
+ARM_TOOLCHAIN := $(CURDIR)/cmake/arm-linux-gnueabihf.cmake
+ARM_CXX := arm-linux-gnueabihf-g++
+ARM_STRIP := arm-linux-gnueabihf-strip
+QEMU_ARM := qemu-arm
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
-.PHONY: all configure test demo clean
+.PHONY: all configure test host-test arm arm-configure arm-test arm-size \
+        demo clean
 
 all: configure
 	cmake --build $(BUILD) -j$(JOBS)
@@ -10,12 +17,45 @@ all: configure
 configure:
 	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD)
 
-test: all
+# The host suite, then the same suite built for the recorder and run under
+# emulation when the cross compiler and qemu-arm are installed.
+test: host-test
+	@if command -v $(ARM_CXX) >/dev/null 2>&1 && \
+	    command -v $(QEMU_ARM) >/dev/null 2>&1; then \
+	  $(MAKE) --no-print-directory arm-test; \
+	else \
+	  echo; \
+	  echo "*** ARM stage SKIPPED: $(ARM_CXX) or $(QEMU_ARM) is not installed"; \
+	  echo "*** (apt-get install g++-arm-linux-gnueabihf qemu-user); only the"; \
+	  echo "*** host suite ran."; \
+	fi
+
+host-test: all
 	ctest --test-dir $(BUILD) --output-on-failure -j$(JOBS)
+
+arm-configure:
+	@test -f $(ARM_BUILD)/CMakeCache.txt || \
+	  cmake -S . -B $(ARM_BUILD) -DCMAKE_TOOLCHAIN_FILE=$(ARM_TOOLCHAIN)
+
+# Console, card builder and test binary for arm-linux-gnueabihf.
+arm: arm-configure
+	cmake --build $(ARM_BUILD) -j$(JOBS)
+
+# The whole suite, unit and end-to-end, under qemu-arm.
+arm-test: arm
+	@echo "*** ARM stage: the suite built for arm-linux-gnueabihf, under $(QEMU_ARM)"
+	ctest --test-dir $(ARM_BUILD) --output-on-failure -j$(JOBS)
+
+# Size of the console as it would be installed on the recorder.
+arm-size: arm
+	$(ARM_STRIP) -o $(ARM_BUILD)/trellis-maintain.stripped \
+	  $(ARM_BUILD)/trellis-maintain
+	@wc -c < $(ARM_BUILD)/trellis-maintain.stripped | \
+	  sed 's/$$/ bytes: stripped ARM console/'
 
 # A sample card under build/demo/, and the console started on it.
 demo: all
 	@tools/demo.sh $(BUILD)
 
 clean:
-	rm -rf $(BUILD)
+	rm -rf $(BUILD) $(ARM_BUILD)
