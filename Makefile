@@ -57,5 +57,13 @@ arm-size: arm
 demo: all
 	@tools/demo.sh $(BUILD)
 
+# Release build of the console and the benchmark driver in build/release;
+# the benchmark's data under build/bench/. Prints one table of figures.
+bench:
+	cmake -S . -B $(BUILD)/release -DCMAKE_BUILD_TYPE=Release \
+	  -DTRELLIS_TESTS=OFF -DTRELLIS_BENCH=ON
+	cmake --build $(BUILD)/release -j$(JOBS) --target trellis-maintain trellis-bench
+	@tools/bench.sh $(BUILD)
+
 clean:
 	rm -rf $(BUILD) $(ARM_BUILD)

@@ -1,0 +1,30 @@
+// The benchmark's own card: a sparse 2 GiB image whose record index file
+// describes one data file with a 1 GiB segment and a 64 MiB segment.
+#ifndef TRELLIS_BENCH_BENCH_CARD_H_
+#define TRELLIS_BENCH_BENCH_CARD_H_
+
+#include <cstdint>
+#include <string>
+
+namespace tr {
+namespace bench {
+
+struct Card {
+  std::string image;
+  std::string media;
+  std::string dataFile;
+  uint64_t largeOffset;
+  uint64_t largeLength;
+};
+
+// Creates (or reuses) the card and its data file under `dir`. Exits the
+// process with a message when the files cannot be made.
+Card prepareCard(const std::string& dir);
+// Reads the whole file once so that every run finds it in the page cache.
+void warmCache(const std::string& path);
+bool sameFile(const std::string& a, const std::string& b);
+
+}  // namespace bench
+}  // namespace tr
+
+#endif  // TRELLIS_BENCH_BENCH_CARD_H_

@@ -1,0 +1,168 @@
+// Measures the console on data of its own under an output directory: the
+// copy of a 1 GiB record segment against dd on the same byte range, peak
+// memory of large and small copies, command throughput through a pipe,
+// start-up time and binary size. Prints one table.
+//
+//   trellis-bench --console PATH --out DIR [--arm-console PATH] [--runs N]
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "bench/bench_card.h"
+#include "bench/bench_process.h"
+
+namespace tr {
+namespace bench {
+namespace {
+
+struct Options {
+  std::string console;
+  std::string armConsole;
+  std::string out;
+  int runs = 5;
+};
+
+bool parseOptions(int argc, char** argv, Options* options) {
+  for (int i = 1; i + 1 < argc; i += 2) {
+    const std::string flag = argv[i];
+    if (flag == "--console") {
+      options->console = argv[i + 1];
+    } else if (flag == "--arm-console") {
+      options->armConsole = argv[i + 1];
+    } else if (flag == "--out") {
+      options->out = argv[i + 1];
+    } else if (flag == "--runs") {
+      options->runs = std::max(5, std::atoi(argv[i + 1]));
+    } else {
+      return false;
+    }
+  }
+  return !options->console.empty() && !options->out.empty();
+}
+
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  const size_t n = values.size();
+  return n % 2 == 1 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+}
+
+double mib(uint64_t bytes) { return static_cast<double>(bytes) / 1048576.0; }
+
+void row(const char* what, const std::string& figure, const char* target) {
+  std::printf("| %-44s | %-30s | %-16s |\n", what, figure.c_str(), target);
+}
+
+// `value` with `decimals` decimals, then `unit`.
+std::string fmt(double value, int decimals, const char* unit) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%.*f%s", decimals, value, unit);
+  return text;
+}
+
+}  // namespace
+
+int run(const Options& options) {
+  const Card card = prepareCard(options.out);
+  const Env env = {{"TRELLIS_DEVICE", card.image}, {"TRELLIS_MEDIA_DIR", card.media}};
+  warmCache(card.dataFile);
+
+  // 1. recData against dd, alternating, on the same range.
+  std::vector<double> consoleSeconds;
+  std::vector<double> ddSeconds;
+  long largestRss = 0;
+  const std::string ddOut = card.media + "/dd.out";
+  const std::vector<std::string> dd = {
+      "dd", "if=" + card.dataFile, "of=" + ddOut, "bs=4M",
+      "iflag=skip_bytes,count_bytes", "skip=" + std::to_string(card.largeOffset),
+      "count=" + std::to_string(card.largeLength), "status=none"};
+  for (int i = 0; i < options.runs; ++i) {
+    const Outcome c = runTimed({options.console}, "maintain recData 1 1\n", env);
+    const Outcome d = runTimed(dd, "", {});
+    if (!c.ok || !d.ok || !sameFile(card.media + "/00001_0001.mp4", ddOut)) {
+      std::fprintf(stderr, "extraction run %d failed or differs from dd\n", i);
+      return 1;
+    }
+    consoleSeconds.push_back(c.seconds);
+    ddSeconds.push_back(d.seconds);
+    largestRss = std::max(largestRss, c.maxRssKiB);
+  }
+  const double consoleRate = mib(card.largeLength) / median(consoleSeconds);
+  const double ddRate = mib(card.largeLength) / median(ddSeconds);
+
+  // 2. Memory of a small copy, to compare with the large one.
+  long smallRss = 0;
+  for (int i = 0; i < options.runs; ++i) {
+    const Outcome c = runTimed({options.console}, "maintain recData 1 2\n", env);
+    if (!c.ok) return 1;
+    smallRss = std::max(smallRss, c.maxRssKiB);
+  }
+
+  // 3. Command throughput through a pipe.
+  std::vector<double> rates;
+  std::vector<double> firstThousand;
+  std::vector<double> lastThousand;
+  for (int i = 0; i < options.runs; ++i) {
+    const Throughput t =
+        runThroughput(options.console, "maintain recDataFileInfo 1 1\n", 10000, env);
+    if (!t.ok) return 1;
+    rates.push_back(10000.0 / t.seconds);
+    firstThousand.push_back(t.firstThousand);
+    lastThousand.push_back(t.lastThousand);
+  }
+
+  // 4. Start-up, `exit` alone, against `true`.
+  std::vector<double> startSeconds;
+  std::vector<double> trueSeconds;
+  for (int i = 0; i < 4 * options.runs; ++i) {
+    startSeconds.push_back(runTimed({options.console}, "exit\n", env).seconds);
+    trueSeconds.push_back(runTimed({"true"}, "", {}).seconds);
+  }
+
+  std::printf("| %-44s | %-30s | %-16s |\n", "measure", "figure (median)", "target");
+  std::printf("|%s|%s|%s|\n", std::string(46, '-').c_str(),
+              std::string(32, '-').c_str(), std::string(18, '-').c_str());
+  row("recData 1 GiB: console", fmt(consoleRate, 0, " MiB/s"), "");
+  row("recData 1 GiB: dd bs=4M, same range", fmt(ddRate, 0, " MiB/s"), "");
+  row("recData 1 GiB: console / dd", fmt(consoleRate / ddRate, 2, ""), ">= 1.00");
+  row("peak RSS, recData 1 GiB", fmt(largestRss / 1024.0, 2, " MiB"), "<= 8 MiB");
+  row("peak RSS, recData 64 MiB", fmt(smallRss / 1024.0, 2, " MiB"), "<= 8 MiB");
+  row("recDataFileInfo 1 1 x 10000 through a pipe",
+      fmt(median(rates), 0, " commands/s"), ">= 20000/s");
+  row("  first 1000 commands", fmt(1000 * median(firstThousand), 1, " ms"), "");
+  row("  last 1000 commands", fmt(1000 * median(lastThousand), 1, " ms"),
+      "no slowdown");
+  row("start-up and exit", fmt(1000 * median(startSeconds), 2, " ms"), "");
+  row("`true`", fmt(1000 * median(trueSeconds), 2, " ms"), "");
+  row("stripped size, host", fmt(strippedSize(options.console) / 1024.0, 1, " KiB"),
+      "");
+  if (!options.armConsole.empty()) {
+    row("stripped size, armhf",
+        fmt(strippedSize(options.armConsole, "arm-linux-gnueabihf-strip") /
+                            1024.0, 1, " KiB"),
+        "<= 256 KiB");
+  }
+  return 0;
+}
+
+}  // namespace bench
+}  // namespace tr
+
+int main(int argc, char** argv) {
+  tr::bench::Options options;
+  if (!tr::bench::parseOptions(argc, argv, &options)) {
+    std::fprintf(stderr,
+                 "usage: trellis-bench --console PATH --out DIR "
+                 "[--arm-console PATH] [--runs N]\n");
+    return 2;
+  }
+  return tr::bench::run(options);
+}
