@@ -9,7 +9,7 @@ QEMU_ARM := qemu-arm
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
 .PHONY: all configure test host-test arm arm-configure arm-test arm-size \
-        demo clean
+        demo bench clean
 
 all: configure
 	cmake --build $(BUILD) -j$(JOBS)
