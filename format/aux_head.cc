@@ -65,7 +65,8 @@ int _tr_maintainPrintIndexAuxHeader(const IndexFileAuxiliaryHead* header,
   printYesNo("isUsed", h.isUsed);
   printYesNo("isFull", h.isFull);
   char count[16];
-  std::snprintf(count, sizeof count, "%u", static_cast<unsigned>(h.currentCount));
+  std::snprintf(count, sizeof count, "%u",
+                static_cast<unsigned>(h.currentCount));
   _tr_maintainPrintColoredField("Current Count", count, kGreen);
 
   printReservedDump(h.reserved, sizeof h.reserved);

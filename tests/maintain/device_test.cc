@@ -122,8 +122,8 @@ TEST_F(DeviceTest, OpenFailurePrintsItsBlockAndClosesNothing) {
   fake.openResult = -1;
   fake.openErrno = ENOENT;
   int result = 0;
-  const Captured c = readAccess(51328, 264, "targetOffset", kSeekTitle, true,
-                                &result);
+  const Captured c =
+      readAccess(51328, 264, "targetOffset", kSeekTitle, true, &result);
   EXPECT_EQ(result, -1);
   EXPECT_EQ(c.out, "");
   EXPECT_EQ(maskTimestamps(c.err),
@@ -158,36 +158,41 @@ TEST_F(DeviceTest, SeekFailureCarriesTheTitleAndOffsetItWasGiven) {
   int result = 0;
 
   // The label is printed before the seek, so it shows even when it fails.
-  Captured c = readAccess(above4G, 264, "targetOffset", kSeekTitle, true,
-                          &result);
+  Captured c =
+      readAccess(above4G, 264, "targetOffset", kSeekTitle, true, &result);
   EXPECT_EQ(result, -1);
   EXPECT_EQ(c.out, "targetOffset        : \x1b[32m4886718345\x1b[0m\n");
-  EXPECT_EQ(maskTimestamps(c.err), "<TS> \x1b[31mLSEEK FAILED\x1b[0m\n"
-                                   "  Device: /dev/fake0\n" +
-                                       offsetLine + tail);
+  EXPECT_EQ(maskTimestamps(c.err),
+            "<TS> \x1b[31mLSEEK FAILED\x1b[0m\n"
+            "  Device: /dev/fake0\n" +
+                offsetLine + tail);
   EXPECT_EQ(fake.lastSeek, 4886718345LL);  // all 64 bits reach the seek
 
   c = readAccess(51200, 128, nullptr, kSeekTitle, false, &result);
   EXPECT_EQ(result, -1);
   EXPECT_EQ(c.out, "");
-  EXPECT_EQ(maskTimestamps(c.err), "<TS> \x1b[31mLSEEK FAILED\x1b[0m\n"
-                                   "  Device: /dev/fake0\n" +
-                                       tail);
+  EXPECT_EQ(maskTimestamps(c.err),
+            "<TS> \x1b[31mLSEEK FAILED\x1b[0m\n"
+            "  Device: /dev/fake0\n" +
+                tail);
 
   c = readAccess(above4G, 264, nullptr, kReadSeekTitle, true, &result);
-  EXPECT_EQ(maskTimestamps(c.err), "<TS> \x1b[31mREAD LSEEK FAILED\x1b[0m\n"
-                                   "  Device: /dev/fake0\n" +
-                                       offsetLine + tail);
+  EXPECT_EQ(maskTimestamps(c.err),
+            "<TS> \x1b[31mREAD LSEEK FAILED\x1b[0m\n"
+            "  Device: /dev/fake0\n" +
+                offsetLine + tail);
 
   c = writeAccess(above4G, 264, true, &result);
   EXPECT_EQ(result, -1);
-  EXPECT_EQ(maskTimestamps(c.err), "<TS> \x1b[31mWRITE LSEEK FAILED\x1b[0m\n"
-                                   "  Device: /dev/fake0\n" +
-                                       offsetLine + tail);
+  EXPECT_EQ(maskTimestamps(c.err),
+            "<TS> \x1b[31mWRITE LSEEK FAILED\x1b[0m\n"
+            "  Device: /dev/fake0\n" +
+                offsetLine + tail);
   c = writeAccess(51200, 128, false, &result);
-  EXPECT_EQ(maskTimestamps(c.err), "<TS> \x1b[31mWRITE LSEEK FAILED\x1b[0m\n"
-                                   "  Device: /dev/fake0\n" +
-                                       tail);
+  EXPECT_EQ(maskTimestamps(c.err),
+            "<TS> \x1b[31mWRITE LSEEK FAILED\x1b[0m\n"
+            "  Device: /dev/fake0\n" +
+                tail);
 
   EXPECT_EQ(fake.readCalls, 0);
   EXPECT_EQ(fake.writeCalls, 0);
@@ -197,8 +202,8 @@ TEST_F(DeviceTest, SeekFailureCarriesTheTitleAndOffsetItWasGiven) {
 TEST_F(DeviceTest, OffsetBeyondTheSignedRangeFailsWithoutSeeking) {
   // What a wrapped start-up layout produces on a device that is too small.
   int result = 0;
-  const Captured c = readAccess(0xFFFFFFFFFFBE1B40ULL, 8, nullptr, kSeekTitle,
-                                true, &result);
+  const Captured c =
+      readAccess(0xFFFFFFFFFFBE1B40ULL, 8, nullptr, kSeekTitle, true, &result);
   EXPECT_EQ(result, -1);
   EXPECT_EQ(maskTimestamps(c.err),
             "<TS> \x1b[31mLSEEK FAILED\x1b[0m\n"
@@ -308,8 +313,8 @@ TEST_F(DeviceTest, FailingCloseAfterAGoodReadFailsTheCommand) {
 
   tr_IndexFileHead header;
   int result = 0;
-  Captured c = capture(
-      [&] { result = _tr_maintainGetIndexFileHeader(51328, &header); });
+  Captured c =
+      capture([&] { result = _tr_maintainGetIndexFileHeader(51328, &header); });
   EXPECT_EQ(result, -1);
   EXPECT_EQ(c.out, "targetOffset        : \x1b[32m51328\x1b[0m\n");
   EXPECT_EQ(maskTimestamps(c.err), warning);
