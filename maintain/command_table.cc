@@ -2,6 +2,10 @@
 // record routine to the common step signature; the rows share them.
 #include "maintain/commands.h"
 
+#include "extract/picture_extract.h"
+#include "extract/segment_extract.h"
+#include "format/iframe_index.h"
+
 namespace tr {
 namespace {
 
@@ -32,6 +36,27 @@ int readAuxHead(const CommandCall& c) {
 }
 int printAuxHead(const CommandCall& c) {
   return _tr_maintainPrintIndexAuxHeader(&c.record->auxHead, c.arg[0]);
+}
+
+// Media: the I-frame listing and the extractions, each after its segment
+// info was read from the kind's primary index file.
+int readSegmentInfo(const CommandCall& c) {
+  return _tr_maintainGetDataFileInfo(c.kind, static_cast<uint32_t>(c.arg[0]),
+                                     static_cast<uint32_t>(c.arg[1]), c.base,
+                                     c.record->bytes);
+}
+int listIFrames(const CommandCall& c) {
+  return _tr_maintainPrintIFrameIndex(&c.record->recInfo, c.arg[0], c.arg[1]);
+}
+int extractRecData(const CommandCall& c) {
+  return _tr_maintainGetRecDataToFile(&c.record->recInfo, c.arg[0], c.arg[1]);
+}
+int extractJpgData(const CommandCall& c) {
+  return _tr_maintainGetJpgDataToFile(&c.record->jpgInfo, c.arg[0], c.arg[1]);
+}
+int extractOnePicture(const CommandCall& c) {
+  return _tr_maintainGetOneJpgToFile(&c.record->jpgInfo, c.arg[0], c.arg[1],
+                                     static_cast<uint32_t>(c.arg[2]));
 }
 
 using A = ArgList;
@@ -96,14 +121,14 @@ const CommandRow kCommands[kCommandCount] = {
      "Change current auxiliary(pictureIndexFile)"},
     {"picBackUpChangeAuxCtxNum", A::kAuxContext, S::kPicBackUp, 0, nullptr,
      nullptr, "Change current auxiliary(backup pictureIndexFile)"},
-    {"recIFrameInfo", A::kFileSegment, S::kRec, 640, nullptr, nullptr,
-     "Print I frame information"},
-    {"recData", A::kFileSegment, S::kRec, 640, nullptr, nullptr,
-     "Output the record file"},
-    {"picData", A::kFileSegment, S::kPic, 1680, nullptr, nullptr,
-     "Output the picture file"},
-    {"onePic", A::kFileSegmentPicture, S::kPic, 1680, nullptr, nullptr,
-     "Output a picture"},
+    {"recIFrameInfo", A::kFileSegment, S::kRec, 640, readSegmentInfo,
+     listIFrames, "Print I frame information"},
+    {"recData", A::kFileSegment, S::kRec, 640, readSegmentInfo,
+     extractRecData, "Output the record file"},
+    {"picData", A::kFileSegment, S::kPic, 1680, readSegmentInfo,
+     extractJpgData, "Output the picture file"},
+    {"onePic", A::kFileSegmentPicture, S::kPic, 1680, readSegmentInfo,
+     extractOnePicture, "Output a picture"},
     {"recException", A::kNone, S::kRec, 0, nullptr, nullptr,
      "Marker file exception(recordIndexFile)"},
     {"recBackUpException", A::kNone, S::kRecBackUp, 0, nullptr, nullptr,

@@ -1,0 +1,64 @@
+// Streams and buffers for the data files on the card's file system: the
+// record data files "TR<fileNum>.mp4" and the picture data files
+// "TR<fileNum>.picture" in the media directory, and the files media are
+// copied into. Every call goes through tr::sys, so a test can make any one
+// of them fail.
+#ifndef TRELLIS_EXTRACT_DATA_FILE_H_
+#define TRELLIS_EXTRACT_DATA_FILE_H_
+
+#include <cstddef>
+#include <cstdio>
+#include <string>
+
+namespace tr {
+
+constexpr const char kRecordDataSuffix[] = ".mp4";
+constexpr const char kPictureDataSuffix[] = ".picture";
+
+// The media directory's "TR" + fileNum as five digits + `suffix`.
+std::string dataFilePath(int fileNum, const char* suffix);
+
+// An open stream, closed at scope end if the owner has not closed it. The
+// owner closes explicitly, in the order it needs, and checks the result
+// where a failing close means lost data.
+class Stream {
+ public:
+  // sys.fopen; check isOpen().
+  Stream(const std::string& path, const char* mode);
+  ~Stream();
+  Stream(const Stream&) = delete;
+  Stream& operator=(const Stream&) = delete;
+
+  bool isOpen() const { return file_ != nullptr; }
+  FILE* get() const { return file_; }
+  // Every write goes straight to the file system, so a failing write shows
+  // in the fwrite that made it rather than at some later flush.
+  void unbuffered();
+  // sys.fclose; 0, or EOF with errno set. Closing twice is a no-op.
+  int close();
+
+ private:
+  FILE* file_;
+};
+
+// A heap block from sys.malloc, freed with sys.free. A block of 0 bytes is
+// never requested: it is valid and empty whatever the allocator would do.
+class HeapBuffer {
+ public:
+  explicit HeapBuffer(size_t size);
+  ~HeapBuffer();
+  HeapBuffer(const HeapBuffer&) = delete;
+  HeapBuffer& operator=(const HeapBuffer&) = delete;
+
+  bool valid() const { return size_ == 0 || data_ != nullptr; }
+  void* data() const { return data_; }
+  void release();
+
+ private:
+  size_t size_;
+  void* data_;
+};
+
+}  // namespace tr
+
+#endif  // TRELLIS_EXTRACT_DATA_FILE_H_

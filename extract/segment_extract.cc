@@ -1,0 +1,211 @@
+#include "extract/segment_extract.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <string>
+
+#include "extract/data_file.h"
+#include "maintain/output.h"
+#include "maintain/platform.h"
+
+namespace tr {
+namespace {
+
+// What differs between a record segment and a picture segment. Both infos
+// keep inUse at byte 7 and the start and length as 64-bit fields.
+struct SegmentKind {
+  const char* function;  // named in the no-data line
+  size_t startField;     // offset in the info of the start in the data file
+  size_t lengthField;    // offset in the info of the length
+  const char* dataSuffix;
+  const char* outputSuffix;
+};
+
+constexpr size_t kInUseField = offsetof(tr_RecDataFileInfo, inUse);
+static_assert(offsetof(tr_JPGDataFileInfo, inUse) == kInUseField, "");
+
+constexpr SegmentKind kRecordSegment = {
+    "_tr_maintainGetRecDataToFile", offsetof(tr_RecDataFileInfo, dataOffset),
+    offsetof(tr_RecDataFileInfo, datalen), kRecordDataSuffix, ".mp4"};
+constexpr SegmentKind kPictureSegment = {
+    "_tr_maintainGetJpgDataToFile",
+    offsetof(tr_JPGDataFileInfo, fragmentOffset),
+    offsetof(tr_JPGDataFileInfo, fragmentSize), kPictureDataSuffix, ".jpg"};
+
+constexpr double kRedrawSeconds = 0.2;
+
+double monotonicSeconds() {
+  struct timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<double>(now.tv_sec) + now.tv_nsec / 1e9;
+}
+
+// One line on standard error showing a long copy move, for the person at
+// the terminal. When standard error is not a terminal, or the copy is short,
+// it prints nothing, so scripted output stays exactly as it was. The line
+// is wiped (blanks, not an escape sequence, which colourless output would
+// drop) before any message follows it.
+class CopyProgress {
+ public:
+  explicit CopyProgress(uint64_t total)
+      : total_(total),
+        enabled_(total > kProgressThreshold && ::isatty(STDERR_FILENO) == 1),
+        start_(enabled_ ? monotonicSeconds() : 0),
+        lastDraw_(start_) {}
+
+  void update(uint64_t copied) {
+    if (!enabled_) return;
+    const double now = monotonicSeconds();
+    if (now - lastDraw_ < kRedrawSeconds) return;
+    lastDraw_ = now;
+    const double megabytes = static_cast<double>(copied) / 1048576.0;
+    std::string line = formatString(
+        "%llu of %llu bytes (%.0f%%), %.1f MB/s",
+        static_cast<unsigned long long>(copied),
+        static_cast<unsigned long long>(total_),
+        100.0 * static_cast<double>(copied) / static_cast<double>(total_),
+        megabytes / (now - start_));
+    if (line.size() < width_) line.append(width_ - line.size(), ' ');
+    width_ = line.size();
+    err("\r%s", line.c_str());
+  }
+
+  // Keeps errno, so a perror after it still tells the copy's failure.
+  void clear() {
+    if (width_ == 0) return;
+    const int saved = errno;
+    err("\r%s\r", std::string(width_, ' ').c_str());
+    width_ = 0;
+    errno = saved;
+  }
+
+ private:
+  uint64_t total_;
+  bool enabled_;
+  double start_;
+  double lastDraw_;
+  size_t width_ = 0;  // of the line on screen; 0 when none is
+};
+
+struct CopyOutcome {
+  uint64_t remaining;  // bytes not written to the output
+  bool writeFailed;    // already reported
+};
+
+// Streams `length` bytes from the source's position to the output through
+// `buffer` (kCopyBufferSize bytes). A short read is fine; a read of nothing
+// ends the copy, as does a write that falls short, which is not counted.
+CopyOutcome copyRange(FILE* source, FILE* output, void* buffer,
+                      uint64_t length) {
+  CopyProgress progress(length);
+  CopyOutcome outcome = {length, false};
+  while (outcome.remaining != 0) {
+    const size_t chunk = outcome.remaining < kCopyBufferSize
+                             ? static_cast<size_t>(outcome.remaining)
+                             : kCopyBufferSize;
+    const size_t got = sys.fread(buffer, 1, chunk, source);
+    if (got == 0) {
+      progress.clear();
+      if (std::feof(source)) {
+        err("[ERROR] Unexpected EOF (remaining: %llu bytes)\n",
+            static_cast<unsigned long long>(outcome.remaining));
+      } else {
+        errPerror("[ERROR] Read operation failed");
+      }
+      break;
+    }
+    if (sys.fwrite(buffer, 1, got, output) != got) {
+      progress.clear();
+      errPerror("[ERROR] Write operation failed");
+      outcome.writeFailed = true;
+      break;
+    }
+    outcome.remaining -= got;
+    progress.update(length - outcome.remaining);
+  }
+  progress.clear();
+  return outcome;
+}
+
+uint64_t field64(const unsigned char* record, size_t at) {
+  uint64_t value;
+  std::memcpy(&value, record + at, sizeof value);
+  return value;
+}
+
+// Failure paths before the copy leave the streams to their holders; after
+// it everything is released and closed explicitly, the output's close
+// checked.
+int extractSegment(const SegmentKind& kind, const void* info, int fileNum,
+                   int segmentNum) {
+  const unsigned char* record = static_cast<const unsigned char*>(info);
+  if (record == nullptr || record[kInUseField] == 0) {
+    out("[ERROR] %s This segment has no data\n", kind.function);
+    return -1;
+  }
+  const uint64_t start = field64(record, kind.startField);
+  const uint64_t length = field64(record, kind.lengthField);
+  const std::string sourcePath = dataFilePath(fileNum, kind.dataSuffix);
+  const std::string outputPath = mediaPath(
+      formatString("%05d_%04d%s", fileNum, segmentNum, kind.outputSuffix));
+
+  Stream source(sourcePath, "rb");
+  if (!source.isOpen()) {
+    err("[ERROR] Failed to open source file: %s\n", sourcePath.c_str());
+    return -1;
+  }
+  if (sys.fseek(source.get(), start) != 0) {
+    err("[ERROR] Seek failed at offset %llu\n",
+        static_cast<unsigned long long>(start));
+    return -1;
+  }
+  Stream output(outputPath, "wb");
+  if (!output.isOpen()) {
+    err("[ERROR] Failed to create output file: %s\n", outputPath.c_str());
+    return -1;
+  }
+  output.unbuffered();
+  HeapBuffer buffer(kCopyBufferSize);
+  if (!buffer.valid()) {
+    err("[ERROR] Memory allocation failed (%dMB request)\n",
+        static_cast<int>(kCopyBufferSize / 1048576));
+    return -1;
+  }
+
+  const CopyOutcome copy =
+      copyRange(source.get(), output.get(), buffer.data(), length);
+  buffer.release();
+  source.close();
+  // The file system may report a lost write only when the file is closed.
+  const bool closeFailed = output.close() != 0;
+  if (closeFailed && !copy.writeFailed) {
+    errPerror("[ERROR] Write operation failed");
+  }
+  if (copy.remaining != 0) {
+    err("[ERROR] Incomplete extraction (missing: %llu bytes)\n",
+        static_cast<unsigned long long>(copy.remaining));
+    return -1;
+  }
+  if (closeFailed) return -1;
+  out("[SUCCESS] Extracted %llu bytes to %s\n",
+      static_cast<unsigned long long>(length), outputPath.c_str());
+  return 0;
+}
+
+}  // namespace
+
+int _tr_maintainGetRecDataToFile(const tr_RecDataFileInfo* info, int fileNum,
+                                 int segmentNum) {
+  return extractSegment(kRecordSegment, info, fileNum, segmentNum);
+}
+
+int _tr_maintainGetJpgDataToFile(const tr_JPGDataFileInfo* info, int fileNum,
+                                 int segmentNum) {
+  return extractSegment(kPictureSegment, info, fileNum, segmentNum);
+}
+
+}  // namespace tr

@@ -1,0 +1,33 @@
+// Copies the media of one segment out of its data file into a file of its
+// own in the media directory: a record segment's audio/video from
+// "TR<fileNum>.mp4" into "<fileNum>_<segmentNum>.mp4", a picture segment's
+// fragment (its pictures back to back) from "TR<fileNum>.picture" into
+// "<fileNum>_<segmentNum>.jpg". The segment info read from the index file
+// gives where the media start in the data file and how long they are.
+#ifndef TRELLIS_EXTRACT_SEGMENT_EXTRACT_H_
+#define TRELLIS_EXTRACT_SEGMENT_EXTRACT_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "format/jpg_data_file_info.h"
+#include "format/rec_data_file_info.h"
+
+namespace tr {
+
+// The copy goes through one buffer of this size, whatever the length.
+constexpr size_t kCopyBufferSize = 4194304;
+// Copies longer than this show a progress line on a terminal.
+constexpr uint64_t kProgressThreshold = 67108864;
+
+// Both return 0 when the whole length reached the output file, else -1
+// after one or more "[ERROR]" lines; a partial output file stays behind.
+// An existing output file is replaced.
+int _tr_maintainGetRecDataToFile(const tr_RecDataFileInfo* info, int fileNum,
+                                 int segmentNum);
+int _tr_maintainGetJpgDataToFile(const tr_JPGDataFileInfo* info, int fileNum,
+                                 int segmentNum);
+
+}  // namespace tr
+
+#endif  // TRELLIS_EXTRACT_SEGMENT_EXTRACT_H_

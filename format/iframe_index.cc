@@ -1,0 +1,76 @@
+#include "format/iframe_index.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include "extract/data_file.h"
+#include "maintain/output.h"
+#include "maintain/platform.h"
+
+namespace tr {
+namespace {
+
+void printIFrame(const tr_IFrameIndex& entry, uint32_t number,
+                 uint32_t count) {
+  out("Frame [%zu/%zu]:\n", static_cast<size_t>(number),
+      static_cast<size_t>(count));
+  char text[32];
+  _tr_maintainFormatUnixTime(entry.utcTime, text, sizeof text);
+  _tr_maintainPrintColoredField("utcTime", text, kGreen);
+  std::snprintf(text, sizeof text, "%u", entry.offset);
+  _tr_maintainPrintColoredField("offset", text, kGreen);
+  printReservedDump(entry.reserved, sizeof entry.reserved);
+}
+
+}  // namespace
+
+// Lists the table entry by entry straight from the data file, so a table of
+// any length needs one entry of memory. A file that ends inside the table
+// lists what it holds: the entries before the damage are still worth seeing.
+int _tr_maintainPrintIFrameIndex(const tr_RecDataFileInfo* info, int fileNum,
+                                 int segmentNum) {
+  if (info == nullptr || info->inUse == 0) {
+    out("[ERROR] _tr_maintainPrintIFrameIndex This segment has no data\n");
+    return -1;
+  }
+  printRecordTimestamp();
+  out("\033[35m=== fileNum:%d, segmentNum:%d tr_IFrameIndex ===\033[0m\n",
+      fileNum, segmentNum);
+
+  const std::string path = dataFilePath(fileNum, kRecordDataSuffix);
+  // A trailing part entry is ignored; the count is kept in 32 bits, as the
+  // recorder keeps it.
+  const uint32_t count =
+      static_cast<uint32_t>(info->iFrameInfoSize / sizeof(tr_IFrameIndex));
+  if (count == 0) {
+    out("_tr_maintainPrintIFrameIndex iFrameCount = %d\n", 0);
+    return 0;
+  }
+
+  Stream source(path, "rb");
+  if (!source.isOpen()) {
+    err("[ERROR] Failed to open source file: %s\n", path.c_str());
+    return -1;
+  }
+  if (sys.fseek(source.get(), info->iFrameInfoOffset) != 0) {
+    err("[ERROR] Seek failed at offset %llu\n",
+        static_cast<unsigned long long>(info->iFrameInfoOffset));
+    return -1;
+  }
+  for (uint32_t i = 0; i < count; ++i) {
+    tr_IFrameIndex entry;
+    // At the end of the file fread sets no errno: clear it so the reason
+    // shown is this read's, not a stale one.
+    errno = 0;
+    if (sys.fread(&entry, sizeof entry, 1, source.get()) != 1) {
+      errPerror("[ERROR]  fread failed");
+      break;
+    }
+    printIFrame(entry, i + 1, count);
+  }
+  printRecordEnd();
+  source.close();
+  return 0;
+}
+
+}  // namespace tr
