@@ -1,11 +1,91 @@
 #include "format/rec_data_file_info.h"
 
+#include <cstring>
+
 #include "format/index_file_head.h"
 #include "format/index_layout.h"
 #include "maintain/device.h"
 #include "maintain/output.h"
+#include "maintain/platform.h"
 
 namespace tr {
+namespace {
+
+// Entry 0 is never shown: type 0 is as undefined as a type past the table.
+const char* const kVideoNames[11] = {
+    "Unknown", "MPEG-2",  "MPEG-4",     "H.263",   "H.264/AVC", "M-JPEG",
+    "AVS",     "SVAC",    "H.265/HEVC", "SVAC2.0", "SVAC3.0"};
+const char* const kAudioNames[8] = {"UNKNOW", "PCM", "G711A", "G711Mu",
+                                    "G726",   "AAC", "G729",  "G723"};
+const char* const kStreamNames[8] = {"Unknown", "Main",     "Extra-1", "Extra-2",
+                                     "Extra-3", "Snapshot", "All",     "Max"};
+const char* const kPositionNames[5] = {"Unknown", "Head", "Middle", "Tail",
+                                       "Max"};
+
+// The record-type letters in the order their masks are printed.
+struct RecordType {
+  char letter;
+  const char* name;
+  const char* maskLabel;
+  uint64_t tr_FileTypeInfo::*mask;
+};
+const RecordType kRecordTypes[4] = {
+    {'F', "Manual", "manualMask", &tr_FileTypeInfo::manualMask},
+    {'A', "Alarm", "alarmMask", &tr_FileTypeInfo::alarmMask},
+    {'M', "Event", "eventMask", &tr_FileTypeInfo::eventMask},
+    {'R', "Scheduled", "TimingMask", &tr_FileTypeInfo::TimingMask}};
+
+void printGreen(const char* label, const std::string& value) {
+  _tr_maintainPrintColoredField(label, value.c_str(), kGreen);
+}
+
+void printInvalidGroup(const char* group) {
+  out("\033[31m\n[%s effinfoMask invalid]\n\033[0m", group);
+}
+
+// Up to 1000 Hz in Hz, from there in kHz with one decimal. The division is
+// done in single precision, as the recorder does it.
+std::string frequencyText(uint32_t hertz) {
+  if (hertz < 1000) return formatString("%u Hz", hertz);
+  const float kilohertz = static_cast<float>(hertz) / 1000.0f;
+  return formatString("%.1f kHz", static_cast<double>(kilohertz));
+}
+
+void printTimeGroup(const tr_TimeInfo& time, uint64_t mask) {
+  if ((mask & ETR_MEDIAFILEEFFINFO_TIME) != ETR_MEDIAFILEEFFINFO_TIME) {
+    printInvalidGroup("Time Info");
+    return;
+  }
+  char start[32];
+  char end[32];
+  _tr_maintainFormatUnixTime(time.startTime, start, sizeof start);
+  _tr_maintainFormatUnixTime(time.endTime, end, sizeof end);
+  printGreen("utc startTime", start);
+  printGreen("utc endTime", end);
+  printGreen("timeZone", timeZoneText(time.timeZone));
+  printGreen("DST", tableWord(kEnableWords, 2, time.DST));
+}
+
+void printEncodeGroup(const tr_RecDataFileInfo& r) {
+  if ((r.effinfoMask & ETR_MEDIAFILEEFFINFO_ENCODE) == 0) {
+    printInvalidGroup("Encode Info ETR_MEDIAFILEEFFINFO_ENCODE");
+    return;
+  }
+  printGreen("aEnable", formatString("%d", r.aEnable));
+  printGreen("aFormat.type", _tr_maintainAudioEncodeTypeToStr(
+                                 static_cast<int>(r.aFormat.type)));
+  printGreen("aFormat.frequency", frequencyText(r.aFormat.frequency));
+  printGreen("aFormat.depth", formatString("%u", r.aFormat.depth));
+  printGreen("aFormat.mode", formatString("%u", r.aFormat.mode));
+  printGreen("vEnable", formatString("%d", r.vEnable));
+  printGreen("vFormat.type", _tr_maintainVideoEncodeTypeToStr(r.vFormat.type));
+  printGreen("vFormat.width", formatString("%u", r.vFormat.width));
+  printGreen("vFormat.height", formatString("%u", r.vFormat.height));
+  printGreen("vFormat.fps",
+             formatString("%f", static_cast<double>(r.vFormat.fps)));
+}
+
+}  // namespace
 
 int _tr_maintainGetDataFileInfo(uint32_t kind, uint32_t fileNum,
                                 uint32_t segmentNum, uint64_t offset,
@@ -28,6 +108,104 @@ int _tr_maintainGetDataFileInfo(uint32_t kind, uint32_t fileNum,
   const uint64_t target = segmentInfoOffset(offset, kind, header.maxSegmentNum,
                                             fileNum, segmentNum);
   return readTargetAndClose(fd, target, info, segmentInfoSize(kind));
+}
+
+const char* _tr_maintainVideoEncodeTypeToStr(uint32_t type) {
+  if (type == 0 || type > 10) return "Undefined Video";
+  return kVideoNames[type];
+}
+
+const char* _tr_maintainAudioEncodeTypeToStr(int type) {
+  if (type < 1 || type > 7) return kAudioNames[0];
+  return kAudioNames[type];
+}
+
+std::string hex64Text(uint64_t value) {
+  return formatString("0x%016llX", static_cast<unsigned long long>(value));
+}
+
+void printFileTypeInfo(const tr_FileTypeInfo& info, uint64_t effinfoMask) {
+  if ((effinfoMask & ETR_MEDIAFILEEFFINFO_FILETYPE) != 0) {
+    // Every flag byte names a type, NULs or not; eight of them may give
+    // eight names, so the list is never cut.
+    std::string list;
+    for (char byte : info.flag) {
+      for (const RecordType& type : kRecordTypes) {
+        if (byte == type.letter) list += type.name;
+      }
+    }
+    printGreen("flag", list);
+    // The masks, though, belong to the letters before the first NUL only.
+    const size_t used = strnlen(info.flag, sizeof info.flag);
+    for (const RecordType& type : kRecordTypes) {
+      if (std::memchr(info.flag, type.letter, used) != nullptr) {
+        printGreen(type.maskLabel, hex64Text(info.*type.mask));
+      }
+    }
+  } else {
+    printInvalidGroup("File Type ETR_MEDIAFILEEFFINFO_FILETYPE");
+  }
+  if ((effinfoMask & ETR_MEDIAFILEEFFINFO_STREAMTYPE) != 0) {
+    printGreen("streamType", tableWord(kStreamNames, 8, info.streamType));
+  } else {
+    printInvalidGroup("File Type ETR_MEDIAFILEEFFINFO_STREAMTYPE");
+  }
+  if ((effinfoMask & ETR_MEDIAFILEEFFINFO_CHANNEL) != 0) {
+    printGreen("channel", formatString("%d", info.channel));
+  } else {
+    printInvalidGroup("File Type ETR_MEDIAFILEEFFINFO_CHANNEL");
+  }
+}
+
+int _tr_maintainPrintRecDataInfo(const tr_RecDataFileInfo* info, int fileNum,
+                                 int segmentNum) {
+  if (info == nullptr) {
+    return out("[ERROR] _tr_maintainPrintRecDataInfo info is null\n");
+  }
+  // A copy, so that no field is read through a pointer of unknown alignment.
+  tr_RecDataFileInfo r;
+  std::memcpy(&r, info, sizeof r);
+  printRecordTimestamp();
+  out("\033[35m=== fileNum:%d, segmentNum:%d tr_RecDataFileInfo ===\033[0m\n",
+      fileNum, segmentNum);
+
+  char magic[sizeof r.magicWord + 1] = {};
+  std::memcpy(magic, r.magicWord, sizeof r.magicWord);
+  _tr_maintainPrintColoredField(
+      "Magic Word", magic,
+      std::strcmp(magic, kSegmentInfoMagic) == 0 ? kGreen : kRed);
+  _tr_maintainPrintColoredField("In Use",
+                                tableWord(kYesNoWords, 2, r.inUse).c_str(),
+                                r.inUse != 0 ? kGreen : kRed);
+  printGreen("dataOffset", hex64Text(r.dataOffset));
+  printGreen("datalen", sizeText(r.datalen));
+  printGreen("iFrameInfoOffset", hex64Text(r.iFrameInfoOffset));
+  printGreen("iFrameInfoSize", hex64Text(r.iFrameInfoSize));
+
+  out("\033[34m\n[Media Info]\n\033[0m");
+  out("\033[34m\n[Time Info]\n\033[0m");
+  printGreen("effinfoMask", hex64Text(r.effinfoMask));
+  printTimeGroup(r.timeInfo, r.effinfoMask);
+
+  out("\n\033[34m[File Type]\n\033[0m");
+  printFileTypeInfo(r.fileTypeInfo, r.effinfoMask);
+
+  out("\n\033[34m[Encode Info]\n\033[0m");
+  printEncodeGroup(r);
+  printGreen("dataIndex", formatString("%u", r.dataIndex));
+
+  out("\n\033[34m[InfoEx]\n\033[0m");
+  printGreen("Is Incomplete",
+             tableWord(kUpperYesNoWords, 2, r.infoEx.isIncomplete));
+  printGreen("infoEx.position",
+             tableWord(kPositionNames, 5, r.infoEx.position));
+  printGreen("infoEx.nextFileNum", formatString("%u", r.infoEx.nextFileNum));
+  _tr_maintainHexDump(r.infoEx.unused1, sizeof r.infoEx.unused1);
+  _tr_maintainHexDump(r.infoEx.unused2, sizeof r.infoEx.unused2);
+
+  printReservedDump(r.reserved, sizeof r.reserved);
+  printRecordEnd();
+  return 0;
 }
 
 }  // namespace tr

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <type_traits>
 
 namespace tr {
@@ -151,6 +152,15 @@ int _tr_maintainPrintRecDataInfo(const tr_RecDataFileInfo* info, int fileNum,
                                  int segmentNum);
 const char* _tr_maintainVideoEncodeTypeToStr(uint32_t type);
 const char* _tr_maintainAudioEncodeTypeToStr(int type);
+
+// The record-type block as both segment info printers show it: the list of
+// record types with the masks of the letters present, the stream type and
+// the channel, each group or, when its effinfoMask bit is clear, its red
+// "invalid" line.
+void printFileTypeInfo(const tr_FileTypeInfo& info, uint64_t effinfoMask);
+// "0x" and sixteen upper-case hexadecimal digits, as the segment infos show
+// offsets and masks.
+std::string hex64Text(uint64_t value);
 
 }  // namespace tr
 

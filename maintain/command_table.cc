@@ -38,13 +38,30 @@ int printAuxHead(const CommandCall& c) {
   return _tr_maintainPrintIndexAuxHeader(&c.record->auxHead, c.arg[0]);
 }
 
-// Media: the I-frame listing and the extractions, each after its segment
-// info was read from the kind's primary index file.
+// Segment infos and auxiliary contexts.
 int readSegmentInfo(const CommandCall& c) {
   return _tr_maintainGetDataFileInfo(c.kind, static_cast<uint32_t>(c.arg[0]),
                                      static_cast<uint32_t>(c.arg[1]), c.base,
                                      c.record->bytes);
 }
+int printRecSegmentInfo(const CommandCall& c) {
+  return _tr_maintainPrintRecDataInfo(&c.record->recInfo, c.arg[0], c.arg[1]);
+}
+int printJpgSegmentInfo(const CommandCall& c) {
+  return _tr_maintainPrintJpgDataInfo(&c.record->jpgInfo, c.arg[0], c.arg[1]);
+}
+int readAuxContext(const CommandCall& c) {
+  return _tr_maintainGetIndexFileAux(c.kind, static_cast<uint32_t>(c.arg[0]),
+                                     static_cast<uint32_t>(c.arg[1]), c.base,
+                                     &c.record->auxContext);
+}
+int printAuxContext(const CommandCall& c) {
+  return _tr_maintainPrintIndexAuxContext(&c.record->auxContext, c.arg[0],
+                                          c.arg[1]);
+}
+
+// Media: the I-frame listing and the extractions, each after its segment
+// info was read from the kind's primary index file.
 int listIFrames(const CommandCall& c) {
   return _tr_maintainPrintIFrameIndex(&c.record->recInfo, c.arg[0], c.arg[1]);
 }
@@ -97,22 +114,26 @@ const CommandRow kCommands[kCommandCount] = {
     {"picBackUpIndexAuxHead", A::kAux, S::kPicBackUp, 8, readAuxHead,
      printAuxHead,
      "Print auxiliary header(backup pictureIndexFile)"},
-    {"recDataFileInfo", A::kFileSegment, S::kRec, 640, nullptr, nullptr,
-     "Print data segment index(recordIndexFile)"},
-    {"recBackUpDataFileInfo", A::kFileSegment, S::kRecBackUp, 640, nullptr,
-     nullptr, "Print data segment index(backup recordIndexFile)"},
-    {"picDataFileInfo", A::kFileSegment, S::kPic, 1680, nullptr, nullptr,
-     "Print data segment index(pictureIndexFile)"},
-    {"picBackUpDataFileInfo", A::kFileSegment, S::kPicBackUp, 1680, nullptr,
-     nullptr, "Print data segment index(backup pictureIndexFile)"},
-    {"recIndexFileAux", A::kAuxContext, S::kRec, 432, nullptr, nullptr,
-     "Print auxiliary content(recordIndexFile)"},
-    {"recBackUpIndexFileAux", A::kAuxContext, S::kRecBackUp, 432, nullptr,
-     nullptr, "Print auxiliary content(backup recordIndexFile)"},
-    {"picIndexFileAux", A::kAuxContext, S::kPic, 432, nullptr, nullptr,
-     "Print auxiliary content(pictureIndexFile)"},
-    {"picBackUpIndexFileAux", A::kAuxContext, S::kPicBackUp, 432, nullptr,
-     nullptr, "Print auxiliary content(backup pictureIndexFile)"},
+    {"recDataFileInfo", A::kFileSegment, S::kRec, 640, readSegmentInfo,
+     printRecSegmentInfo, "Print data segment index(recordIndexFile)"},
+    {"recBackUpDataFileInfo", A::kFileSegment, S::kRecBackUp, 640,
+     readSegmentInfo, printRecSegmentInfo,
+     "Print data segment index(backup recordIndexFile)"},
+    {"picDataFileInfo", A::kFileSegment, S::kPic, 1680, readSegmentInfo,
+     printJpgSegmentInfo, "Print data segment index(pictureIndexFile)"},
+    {"picBackUpDataFileInfo", A::kFileSegment, S::kPicBackUp, 1680,
+     readSegmentInfo, printJpgSegmentInfo,
+     "Print data segment index(backup pictureIndexFile)"},
+    {"recIndexFileAux", A::kAuxContext, S::kRec, 432, readAuxContext,
+     printAuxContext, "Print auxiliary content(recordIndexFile)"},
+    {"recBackUpIndexFileAux", A::kAuxContext, S::kRecBackUp, 432,
+     readAuxContext, printAuxContext,
+     "Print auxiliary content(backup recordIndexFile)"},
+    {"picIndexFileAux", A::kAuxContext, S::kPic, 432, readAuxContext,
+     printAuxContext, "Print auxiliary content(pictureIndexFile)"},
+    {"picBackUpIndexFileAux", A::kAuxContext, S::kPicBackUp, 432,
+     readAuxContext, printAuxContext,
+     "Print auxiliary content(backup pictureIndexFile)"},
     {"recChangeAuxCtxNum", A::kAuxContext, S::kRec, 0, nullptr, nullptr,
      "Change current auxiliary(recordIndexFile)"},
     {"recBackUpChangeAuxCtxNum", A::kAuxContext, S::kRecBackUp, 0, nullptr,

@@ -1,0 +1,96 @@
+#include "format/jpg_data_file_info.h"
+
+#include <cstring>
+
+#include "maintain/output.h"
+#include "maintain/platform.h"
+
+namespace tr {
+namespace {
+
+void printGreen(const char* label, const std::string& value) {
+  _tr_maintainPrintColoredField(label, value.c_str(), kGreen);
+}
+
+// The four lines of one picture. Entries are listed one after another with
+// nothing between them, as the recorder's own tools print them.
+void printImageDetail(const tr_ImageDetail& detail) {
+  char time[32];
+  _tr_maintainFormatUnixTime(detail.utcTime, time, sizeof time);
+  printGreen("utcTime", time);
+  printGreen("timeZone", timeZoneText(detail.timeZone));
+  printGreen("DST", tableWord(kEnableWords, 2, detail.DST));
+  printGreen("jpgSize", sizeText(detail.jpgSize));
+}
+
+void printImageDetails(const tr_JPGDataFileInfo& j) {
+  if ((j.effinfoMask & ETR_MEDIAFILEEFFINFO_TIME) !=
+      ETR_MEDIAFILEEFFINFO_TIME) {
+    out("\033[31m\n[Time Info effinfoMask invalid]\n\033[0m");
+    return;
+  }
+  out("\033[34m\n[Image Details]\n\033[0m");
+  // validNum is a whole byte; a damaged one may claim more entries than the
+  // record has room for.
+  const int count =
+      j.validNum < kMaxImageDetails ? j.validNum : kMaxImageDetails;
+  for (int i = 0; i < count; ++i) printImageDetail(j.imageDetails[i]);
+}
+
+void printPictureEncode(const tr_JPGDataFileInfo& j) {
+  if ((j.effinfoMask & ETR_MEDIAFILEEFFINFO_ENCODE) == 0) {
+    out("\033[31m\n[PictureEncode Info ETR_MEDIAFILEEFFINFO_ENCODE effinfoMask "
+        "invalid]\n\033[0m");
+    return;
+  }
+  printGreen("type", _tr_maintainVideoEncodeTypeToStr(j.pictureEncode.type));
+  printGreen("width", formatString("%u", j.pictureEncode.width));
+  printGreen("height", formatString("%u", j.pictureEncode.height));
+  printGreen("fps",
+             formatString("%f", static_cast<double>(j.pictureEncode.fps)));
+}
+
+}  // namespace
+
+int _tr_maintainPrintJpgDataInfo(const tr_JPGDataFileInfo* info, int fileNum,
+                                 int segmentNum) {
+  if (info == nullptr) {
+    return out("[ERROR] _tr_maintainPrintJpgDataInfo info is null\n");
+  }
+  // A copy, so that no field is read through a pointer of unknown alignment.
+  tr_JPGDataFileInfo j;
+  std::memcpy(&j, info, sizeof j);
+  printRecordTimestamp();
+  out("\033[35m=== fileNum:%d, segmentNum:%d tr_JPGDataFileInfo ===\033[0m\n",
+      fileNum, segmentNum);
+
+  char magic[sizeof j.magicWord + 1] = {};
+  std::memcpy(magic, j.magicWord, sizeof j.magicWord);
+  _tr_maintainPrintColoredField(
+      "Magic Word", magic,
+      std::strcmp(magic, kSegmentInfoMagic) == 0 ? kGreen : kRed);
+  _tr_maintainPrintColoredField("In Use",
+                                tableWord(kYesNoWords, 2, j.inUse).c_str(),
+                                j.inUse != 0 ? kGreen : kRed);
+  printGreen("dataIndex", formatString("%u", j.dataIndex));
+  printGreen("fragmentOffset", hex64Text(j.fragmentOffset));
+  printGreen("fragmentSize", sizeText(j.fragmentSize));
+
+  out("\033[34m\n[Media Info]\n\033[0m");
+  out("\033[34m\n[JPG Info]\n\033[0m");
+  printGreen("validNum", formatString("%d", j.validNum));
+  printGreen("effinfoMask", hex64Text(j.effinfoMask));
+  printImageDetails(j);
+
+  out("\n\033[34m[File Type]\n\033[0m");
+  printFileTypeInfo(j.fileTypeInfo, j.effinfoMask);
+
+  out("\n\033[34m[PictureEncode Info]\n\033[0m");
+  printPictureEncode(j);
+
+  printReservedDump(j.reserved, sizeof j.reserved);
+  printRecordEnd();
+  return 0;
+}
+
+}  // namespace tr
