@@ -5,6 +5,8 @@
 #include "extract/picture_extract.h"
 #include "extract/segment_extract.h"
 #include "format/iframe_index.h"
+#include "repair/aux_switch.h"
+#include "repair/markers.h"
 
 namespace tr {
 namespace {
@@ -76,6 +78,21 @@ int extractOnePicture(const CommandCall& c) {
                                      static_cast<uint32_t>(c.arg[2]));
 }
 
+// The writing commands: markers, storage head reset, auxiliary switch.
+int markException(const CommandCall& c) {
+  return _tr_maintainIndexFileException(c.base);
+}
+int markNormal(const CommandCall& c) {
+  return _tr_maintainIndexFileNormal(c.base);
+}
+int resetTrellisHead(const CommandCall&) {
+  return _tr_maintainMemsetTrellisHead();
+}
+int changeAuxCtxNum(const CommandCall& c) {
+  return _tr_maintainChangeAuxCtxNum(c.base, static_cast<uint32_t>(c.arg[0]),
+                                     static_cast<uint32_t>(c.arg[1]));
+}
+
 using A = ArgList;
 using S = Selector;
 
@@ -134,14 +151,14 @@ const CommandRow kCommands[kCommandCount] = {
     {"picBackUpIndexFileAux", A::kAuxContext, S::kPicBackUp, 432,
      readAuxContext, printAuxContext,
      "Print auxiliary content(backup pictureIndexFile)"},
-    {"recChangeAuxCtxNum", A::kAuxContext, S::kRec, 0, nullptr, nullptr,
+    {"recChangeAuxCtxNum", A::kAuxContext, S::kRec, 0, nullptr, changeAuxCtxNum,
      "Change current auxiliary(recordIndexFile)"},
     {"recBackUpChangeAuxCtxNum", A::kAuxContext, S::kRecBackUp, 0, nullptr,
-     nullptr, "Change current auxiliary(backup recordIndexFile)"},
-    {"picChangeAuxCtxNum", A::kAuxContext, S::kPic, 0, nullptr, nullptr,
+     changeAuxCtxNum, "Change current auxiliary(backup recordIndexFile)"},
+    {"picChangeAuxCtxNum", A::kAuxContext, S::kPic, 0, nullptr, changeAuxCtxNum,
      "Change current auxiliary(pictureIndexFile)"},
     {"picBackUpChangeAuxCtxNum", A::kAuxContext, S::kPicBackUp, 0, nullptr,
-     nullptr, "Change current auxiliary(backup pictureIndexFile)"},
+     changeAuxCtxNum, "Change current auxiliary(backup pictureIndexFile)"},
     {"recIFrameInfo", A::kFileSegment, S::kRec, 640, readSegmentInfo,
      listIFrames, "Print I frame information"},
     {"recData", A::kFileSegment, S::kRec, 640, readSegmentInfo,
@@ -150,26 +167,26 @@ const CommandRow kCommands[kCommandCount] = {
      extractJpgData, "Output the picture file"},
     {"onePic", A::kFileSegmentPicture, S::kPic, 1680, readSegmentInfo,
      extractOnePicture, "Output a picture"},
-    {"recException", A::kNone, S::kRec, 0, nullptr, nullptr,
+    {"recException", A::kNone, S::kRec, 0, nullptr, markException,
      "Marker file exception(recordIndexFile)"},
-    {"recBackUpException", A::kNone, S::kRecBackUp, 0, nullptr, nullptr,
+    {"recBackUpException", A::kNone, S::kRecBackUp, 0, nullptr, markException,
      "Marker file exception(backup recordIndexFile)"},
-    {"picException", A::kNone, S::kPic, 0, nullptr, nullptr,
+    {"picException", A::kNone, S::kPic, 0, nullptr, markException,
      "Marker file exception(pictureIndexFile)"},
-    {"picBackUpException", A::kNone, S::kPicBackUp, 0, nullptr, nullptr,
+    {"picBackUpException", A::kNone, S::kPicBackUp, 0, nullptr, markException,
      "Marker file exception(backup pictureIndexFile)"},
-    {"recNormal", A::kNone, S::kRec, 0, nullptr, nullptr,
+    {"recNormal", A::kNone, S::kRec, 0, nullptr, markNormal,
      "Marker file normal(recordIndexFile)"},
-    {"recBackUpNormal", A::kNone, S::kRecBackUp, 0, nullptr, nullptr,
+    {"recBackUpNormal", A::kNone, S::kRecBackUp, 0, nullptr, markNormal,
      "Marker file normal(backup recordIndexFile)"},
-    {"picNormal", A::kNone, S::kPic, 0, nullptr, nullptr,
+    {"picNormal", A::kNone, S::kPic, 0, nullptr, markNormal,
      "Marker file normal(pictureIndexFile)"},
-    {"picBackUpNormal", A::kNone, S::kPicBackUp, 0, nullptr, nullptr,
+    {"picBackUpNormal", A::kNone, S::kPicBackUp, 0, nullptr, markNormal,
      "Marker file normal(backup pictureIndexFile)"},
     {"TrellisHead", A::kNone, S::kNone, 128, readTrellisHead,
      printTrellisHead,
      "Print Trellis Head"},
-    {"memsetTrellisHead", A::kNone, S::kNone, 0, nullptr, nullptr,
+    {"memsetTrellisHead", A::kNone, S::kNone, 0, nullptr, resetTrellisHead,
      "Memset Trellis Head"},
 };
 
