@@ -1,0 +1,189 @@
+#include "mkcard/sample_plan.h"
+
+#include <cstring>
+
+#include "format/iframe_index.h"
+#include "maintain/platform.h"
+#include "mkcard/sample_pictures.h"
+
+namespace tr {
+namespace {
+
+// Segments start on 4 KiB boundaries of their data file, as the recorder
+// allocates them.
+constexpr uint64_t kSegmentAlignment = 4096;
+// One I-frame every 8 seconds of recording.
+constexpr int kIFrameInterval = 8;
+
+struct RecFileSpec {
+  uint32_t fileNum;
+  uint8_t channel;
+  uint8_t validity;
+  SampleVideo video;
+};
+
+// Channel 1: main stream, H.264 1080p at 25 fps with G.711 A-law audio.
+// Channel 2: H.265 720p at 15 fps with AAC audio.
+constexpr RecFileSpec kRecFiles[] = {
+    {1, 1, 2, {1, 4, 1920, 1080, 25.0f, 2, 8000}},
+    {2, 1, 1, {1, 4, 1920, 1080, 25.0f, 2, 8000}},
+    {3, 2, 1, {1, 8, 1280, 720, 15.0f, 5, 44100}},
+};
+
+struct RecSegmentSpec {
+  uint32_t fileNum;
+  uint32_t segmentNum;
+  int64_t start;  // seconds after the card's start time
+  int duration;
+  const char* flag;
+  bool incomplete;
+};
+
+constexpr RecSegmentSpec kRecSegments[] = {
+    {1, 1, 0, 60, "R", false},
+    {1, 2, 60, 60, "R", false},
+    {1, 3, 120, 60, "RM", false},
+    {1, 4, 180, 60, "R", false},
+    {2, 1, 240, 60, "R", false},
+    {2, 2, 300, 60, "RA", false},
+    // The power failed 21 seconds into this segment.
+    {2, 3, 360, 21, "R", true},
+    {3, 1, 0, 60, "F", false},
+    {3, 2, 60, 60, "F", false},
+};
+
+struct PicSegmentSpec {
+  uint32_t fileNum;
+  uint32_t segmentNum;
+  int64_t first;  // seconds after the card's start time
+  int interval;
+  int count;
+  const char* flag;
+};
+
+// Scheduled snapshots, an alarm burst, an event series, manual snapshots.
+constexpr PicSegmentSpec kPicSegments[] = {
+    {1, 1, 0, 60, 4, "R"},
+    {1, 2, 130, 2, 3, "A"},
+    {1, 3, 200, 2, 5, "M"},
+    {2, 1, 30, 10, 3, "F"},
+};
+
+uint64_t align(uint64_t offset) {
+  return (offset + kSegmentAlignment - 1) / kSegmentAlignment *
+         kSegmentAlignment;
+}
+
+// Where I-frame k of a segment starts, from the start of its media.
+uint64_t iFrameStart(const SampleRecSegment& segment, uint32_t k) {
+  return segment.datalen * k / segment.iFrames / 4 * 4;
+}
+
+void planRecordings(SamplePlan* plan) {
+  uint32_t dataIndex = 0;
+  for (const RecFileSpec& spec : kRecFiles) {
+    SampleRecFile file = {spec.fileNum, spec.channel, spec.validity,
+                          spec.video,   {},           0};
+    for (const RecSegmentSpec& s : kRecSegments) {
+      if (s.fileNum != spec.fileNum) continue;
+      SampleRecSegment segment = {};
+      segment.segmentNum = s.segmentNum;
+      segment.dataIndex = ++dataIndex;
+      segment.dataOffset = align(file.size);
+      segment.datalen = uint64_t{2048} * s.duration + 1111 * dataIndex;
+      segment.iFrameOffset = segment.dataOffset + segment.datalen;
+      segment.iFrames = (s.duration + kIFrameInterval - 1) / kIFrameInterval;
+      segment.startTime = plan->startTime + s.start;
+      segment.endTime = segment.startTime + s.duration;
+      segment.flag = s.flag;
+      segment.incomplete = s.incomplete;
+      segment.position = file.segments.empty() ? 1 : 2;
+      segment.nextFileNum = spec.fileNum == 1 ? 2 : 0;  // channel 1 goes on
+      file.size =
+          segment.iFrameOffset + segment.iFrames * sizeof(tr_IFrameIndex);
+      file.segments.push_back(segment);
+    }
+    file.segments.back().position = 3;
+    plan->recFiles.push_back(file);
+  }
+}
+
+void planPictures(SamplePlan* plan) {
+  uint32_t dataIndex = 0;
+  uint32_t number = 0;
+  for (const PicSegmentSpec& s : kPicSegments) {
+    if (plan->picFiles.empty() || plan->picFiles.back().fileNum != s.fileNum) {
+      plan->picFiles.push_back(
+          {s.fileNum, static_cast<uint8_t>(s.fileNum), {}, 0});
+    }
+    SamplePicFile& file = plan->picFiles.back();
+    SamplePicSegment segment = {s.segmentNum, ++dataIndex, align(file.size), 0,
+                                s.flag,       {}};
+    for (int i = 0; i < s.count; ++i) {
+      const int64_t time = plan->startTime + s.first + int64_t{i} * s.interval;
+      segment.pictures.push_back(
+          {time, sampleJpeg(file.channel, ++number, time + kSampleTimeZone)});
+      segment.fragmentSize += segment.pictures.back().jpeg.size();
+    }
+    file.size = segment.fragmentOffset + segment.fragmentSize;
+    file.segments.push_back(segment);
+  }
+}
+
+}  // namespace
+
+SamplePlan makeSamplePlan(int64_t startTime) {
+  SamplePlan plan;
+  plan.startTime = startTime;
+  plan.invalidRecFile = 4;
+  planRecordings(&plan);
+  planPictures(&plan);
+  return plan;
+}
+
+std::string sampleMedia(const SampleRecFile& file,
+                        const SampleRecSegment& segment) {
+  std::string media(segment.datalen, '\0');
+  // Stand-in for compressed video: noise, with an IDR NAL unit start where
+  // the I-frame table says an I-frame begins.
+  uint32_t state = (file.fileNum * 1000 + segment.segmentNum) * 2654435761u;
+  for (char& byte : media) {
+    state ^= state << 13;
+    state ^= state >> 17;
+    state ^= state << 5;
+    byte = static_cast<char>(state >> 24);
+  }
+  static const char kIdr[] = {0, 0, 0, 1, 0x65};
+  for (uint32_t k = 0; k < segment.iFrames; ++k) {
+    const uint64_t at = iFrameStart(segment, k);
+    if (at + sizeof kIdr <= media.size()) {
+      std::memcpy(&media[at], kIdr, sizeof kIdr);
+    }
+  }
+  return media;
+}
+
+std::string sampleIFrameTable(const SampleRecFile&,
+                              const SampleRecSegment& segment) {
+  std::string table;
+  for (uint32_t k = 0; k < segment.iFrames; ++k) {
+    tr_IFrameIndex entry;
+    std::memset(&entry, 0, sizeof entry);
+    entry.utcTime = segment.startTime + int64_t{k} * kIFrameInterval;
+    // The I-frame's position in the data file.
+    entry.offset =
+        static_cast<uint32_t>(segment.dataOffset + iFrameStart(segment, k));
+    table.append(reinterpret_cast<const char*>(&entry), sizeof entry);
+  }
+  return table;
+}
+
+std::string recDataFileName(uint32_t fileNum) {
+  return formatString("TR%05u.mp4", fileNum);
+}
+
+std::string picDataFileName(uint32_t fileNum) {
+  return formatString("TR%05u.picture", fileNum);
+}
+
+}  // namespace tr
