@@ -70,7 +70,7 @@ constexpr uint8_t kAcChromaValues[162] = {
     0xe2, 0xe3, 0xe4, 0xe5, 0xe6, 0xe7, 0xe8, 0xe9, 0xea, 0xf2, 0xf3, 0xf4,
     0xf5, 0xf6, 0xf7, 0xf8, 0xf9, 0xfa};
 
-struct HuffmanSpec {
+struct HuffmanTable {
   const uint8_t* bits;
   const uint8_t* values;
 };
@@ -81,13 +81,13 @@ struct HuffmanCodes {
   uint8_t length[256] = {};
 };
 
-HuffmanCodes buildCodes(const HuffmanSpec& spec) {
+HuffmanCodes buildCodes(const HuffmanTable& table) {
   HuffmanCodes codes;
   uint16_t code = 0;
   int k = 0;
   for (int length = 1; length <= 16; ++length) {
-    for (int i = 0; i < spec.bits[length - 1]; ++i) {
-      const uint8_t symbol = spec.values[k++];
+    for (int i = 0; i < table.bits[length - 1]; ++i) {
+      const uint8_t symbol = table.values[k++];
       codes.code[symbol] = code++;
       codes.length[symbol] = static_cast<uint8_t>(length);
     }
@@ -154,11 +154,11 @@ void scaleTable(const uint8_t* base, int quality, uint8_t* zigzag) {
 }
 
 void writeHuffmanTable(std::string* out, int classAndId,
-                       const HuffmanSpec& spec) {
+                       const HuffmanTable& table) {
   putByte(out, classAndId);
-  for (int i = 0; i < 16; ++i) putByte(out, spec.bits[i]);
-  const int count = symbolCount(spec.bits);
-  for (int i = 0; i < count; ++i) putByte(out, spec.values[i]);
+  for (int i = 0; i < 16; ++i) putByte(out, table.bits[i]);
+  const int count = symbolCount(table.bits);
+  for (int i = 0; i < count; ++i) putByte(out, table.values[i]);
 }
 
 // Number of bits of |value|: the coefficient's size category.
@@ -269,7 +269,7 @@ double sampleAt(const RgbImage& image, int x, int y, int c) {
 
 void writeHeaders(std::string* out, const RgbImage& image,
                   const uint8_t* lumaQuant, const uint8_t* chromaQuant,
-                  const std::string& comment, const HuffmanSpec (&tables)[4]) {
+                  const std::string& comment, const HuffmanTable (&tables)[4]) {
   putByte(out, 0xFF);
   putByte(out, 0xD8);  // start of image
   putMarker(out, 0xE0, 14);
@@ -300,8 +300,8 @@ void writeHeaders(std::string* out, const RgbImage& image,
     putByte(out, c == 0 ? 0 : 1);  // quantisation table
   }
   int huffmanLength = 0;
-  for (const HuffmanSpec& spec : tables)
-    huffmanLength += 17 + symbolCount(spec.bits);
+  for (const HuffmanTable& table : tables)
+    huffmanLength += 17 + symbolCount(table.bits);
   putMarker(out, 0xC4, huffmanLength);
   const int classAndId[4] = {0x00, 0x10, 0x01, 0x11};
   for (int i = 0; i < 4; ++i) writeHuffmanTable(out, classAndId[i], tables[i]);
@@ -331,10 +331,10 @@ std::string encodeJpeg(const RgbImage& image, int quality,
   uint8_t chromaQuant[64];
   scaleTable(kLumaQuant, quality, lumaQuant);
   scaleTable(kChromaQuant, quality, chromaQuant);
-  const HuffmanSpec tables[4] = {{kDcLumaBits, kDcValues},
-                                 {kAcLumaBits, kAcLumaValues},
-                                 {kDcChromaBits, kDcValues},
-                                 {kAcChromaBits, kAcChromaValues}};
+  const HuffmanTable tables[4] = {{kDcLumaBits, kDcValues},
+                                  {kAcLumaBits, kAcLumaValues},
+                                  {kDcChromaBits, kDcValues},
+                                  {kAcChromaBits, kAcChromaValues}};
   const HuffmanCodes dcLuma = buildCodes(tables[0]);
   const HuffmanCodes acLuma = buildCodes(tables[1]);
   const HuffmanCodes dcChroma = buildCodes(tables[2]);

@@ -15,7 +15,7 @@ constexpr uint64_t kSegmentAlignment = 4096;
 // One I-frame every 8 seconds of recording.
 constexpr int kIFrameInterval = 8;
 
-struct RecFileSpec {
+struct RecFileDef {
   uint32_t fileNum;
   uint8_t channel;
   uint8_t validity;
@@ -24,13 +24,13 @@ struct RecFileSpec {
 
 // Channel 1: main stream, H.264 1080p at 25 fps with G.711 A-law audio.
 // Channel 2: H.265 720p at 15 fps with AAC audio.
-constexpr RecFileSpec kRecFiles[] = {
+constexpr RecFileDef kRecFiles[] = {
     {1, 1, 2, {1, 4, 1920, 1080, 25.0f, 2, 8000}},
     {2, 1, 1, {1, 4, 1920, 1080, 25.0f, 2, 8000}},
     {3, 2, 1, {1, 8, 1280, 720, 15.0f, 5, 44100}},
 };
 
-struct RecSegmentSpec {
+struct RecSegmentDef {
   uint32_t fileNum;
   uint32_t segmentNum;
   int64_t start;  // seconds after the card's start time
@@ -39,7 +39,7 @@ struct RecSegmentSpec {
   bool incomplete;
 };
 
-constexpr RecSegmentSpec kRecSegments[] = {
+constexpr RecSegmentDef kRecSegments[] = {
     {1, 1, 0, 60, "R", false},
     {1, 2, 60, 60, "R", false},
     {1, 3, 120, 60, "RM", false},
@@ -52,7 +52,7 @@ constexpr RecSegmentSpec kRecSegments[] = {
     {3, 2, 60, 60, "F", false},
 };
 
-struct PicSegmentSpec {
+struct PicSegmentDef {
   uint32_t fileNum;
   uint32_t segmentNum;
   int64_t first;  // seconds after the card's start time
@@ -62,7 +62,7 @@ struct PicSegmentSpec {
 };
 
 // Scheduled snapshots, an alarm burst, an event series, manual snapshots.
-constexpr PicSegmentSpec kPicSegments[] = {
+constexpr PicSegmentDef kPicSegments[] = {
     {1, 1, 0, 60, 4, "R"},
     {1, 2, 130, 2, 3, "A"},
     {1, 3, 200, 2, 5, "M"},
@@ -79,13 +79,26 @@ uint64_t iFrameStart(const SampleRecSegment& segment, uint32_t k) {
   return segment.datalen * k / segment.iFrames / 4 * 4;
 }
 
+// The data file its channel went on to record into, 0 for none yet.
+uint32_t nextFileOfChannel(const RecFileDef& file) {
+  for (const RecFileDef& later : kRecFiles) {
+    if (later.fileNum > file.fileNum && later.channel == file.channel) {
+      return later.fileNum;
+    }
+  }
+  return 0;
+}
+
 void planRecordings(SamplePlan* plan) {
   uint32_t dataIndex = 0;
-  for (const RecFileSpec& spec : kRecFiles) {
-    SampleRecFile file = {spec.fileNum, spec.channel, spec.validity,
-                          spec.video,   {},           0};
-    for (const RecSegmentSpec& s : kRecSegments) {
-      if (s.fileNum != spec.fileNum) continue;
+  for (const RecFileDef& def : kRecFiles) {
+    SampleRecFile file = {};
+    file.fileNum = def.fileNum;
+    file.channel = def.channel;
+    file.validity = def.validity;
+    file.video = def.video;
+    for (const RecSegmentDef& s : kRecSegments) {
+      if (s.fileNum != def.fileNum) continue;
       SampleRecSegment segment = {};
       segment.segmentNum = s.segmentNum;
       segment.dataIndex = ++dataIndex;
@@ -98,7 +111,7 @@ void planRecordings(SamplePlan* plan) {
       segment.flag = s.flag;
       segment.incomplete = s.incomplete;
       segment.position = file.segments.empty() ? 1 : 2;
-      segment.nextFileNum = spec.fileNum == 1 ? 2 : 0;  // channel 1 goes on
+      segment.nextFileNum = nextFileOfChannel(def);
       file.size =
           segment.iFrameOffset + segment.iFrames * sizeof(tr_IFrameIndex);
       file.segments.push_back(segment);
@@ -111,7 +124,7 @@ void planRecordings(SamplePlan* plan) {
 void planPictures(SamplePlan* plan) {
   uint32_t dataIndex = 0;
   uint32_t number = 0;
-  for (const PicSegmentSpec& s : kPicSegments) {
+  for (const PicSegmentDef& s : kPicSegments) {
     if (plan->picFiles.empty() || plan->picFiles.back().fileNum != s.fileNum) {
       plan->picFiles.push_back(
           {s.fileNum, static_cast<uint8_t>(s.fileNum), {}, 0});
