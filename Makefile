@@ -67,3 +67,47 @@ bench:
 
 clean:
 	rm -rf $(BUILD) $(ARM_BUILD)
+
+# --- Hardening: the sanitized suite, fuzzing, memcheck -----------------------
+# A sanitizer or valgrind report ends the reporting process with status 99,
+# which fails the test that ran it (tests/support: kCheckerStatus).
+SANITIZE_BUILD := $(BUILD)/sanitize
+FUZZ_BUILD := $(BUILD)/fuzz
+FUZZ_CXX ?= clang++
+FUZZ_SECONDS ?= 600
+FUZZ_CI_SECONDS ?= 20
+SANITIZER_ENV := \
+  ASAN_OPTIONS=halt_on_error=1:exitcode=99:detect_leaks=1:strict_string_checks=1:check_initialization_order=1:detect_stack_use_after_return=1 \
+  UBSAN_OPTIONS=halt_on_error=1:exitcode=99:print_stacktrace=1 \
+  LSAN_OPTIONS=exitcode=99
+FUZZERS := console_fuzzer printer_fuzzer image_fuzzer
+
+.PHONY: test-sanitize fuzz-build fuzz fuzz-ci test-valgrind
+
+# The whole suite built with ASan and UBSan; the end-to-end tests run the
+# sanitized console of the same tree.
+test-sanitize:
+	@test -f $(SANITIZE_BUILD)/CMakeCache.txt || \
+	  cmake -S . -B $(SANITIZE_BUILD) -DTRELLIS_SANITIZE=ON
+	cmake --build $(SANITIZE_BUILD) -j$(JOBS)
+	env $(SANITIZER_ENV) \
+	  ctest --test-dir $(SANITIZE_BUILD) --output-on-failure -j$(JOBS)
+
+fuzz-build:
+	@test -f $(FUZZ_BUILD)/CMakeCache.txt || \
+	  CXX=$(FUZZ_CXX) cmake -S . -B $(FUZZ_BUILD) -DTRELLIS_FUZZ=ON \
+	    -DTRELLIS_TESTS=OFF
+	cmake --build $(FUZZ_BUILD) -j$(JOBS) --target $(FUZZERS)
+
+# Long runs: FUZZ_SECONDS per harness (make fuzz FUZZ_SECONDS=3600).
+fuzz: fuzz-build
+	tools/fuzz.sh $(FUZZ_BUILD) $(FUZZ_SECONDS)
+
+# The bounded run CI makes: about a minute for all harnesses together.
+fuzz-ci: fuzz-build
+	tools/fuzz.sh $(FUZZ_BUILD) $(FUZZ_CI_SECONDS)
+
+# The suite with every console the end-to-end tests start run under
+# valgrind's memcheck: no error, no leak of any kind, no descriptor left.
+test-valgrind: all
+	tools/valgrind-suite.sh $(BUILD)

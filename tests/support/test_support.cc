@@ -147,11 +147,23 @@ RunResult runProgram(const std::vector<std::string>& argv,
     execWithEnv(command, env);
   }
   int status = 0;
-  if (pid > 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status)) {
+  const bool waited = pid > 0 && waitpid(pid, &status, 0) == pid;
+  if (waited && WIFEXITED(status)) {
     result.status = WEXITSTATUS(status);
   }
   result.out = readFile(outPath);
   result.err = readFile(errPath);
+  // No program under test ends on a signal or with the checkers' status,
+  // whatever the test expects of its output.
+  if (waited && WIFSIGNALED(status)) {
+    ADD_FAILURE() << argv[0] << " was killed by signal " << WTERMSIG(status)
+                  << "; its standard error:\n" << result.err;
+  } else if (result.status == kCheckerStatus) {
+    ADD_FAILURE() << argv[0] << " ended with status " << kCheckerStatus
+                  << " (a sanitizer or valgrind report); its standard "
+                     "error:\n"
+                  << result.err;
+  }
   return result;
 }
 

@@ -76,6 +76,13 @@ std::vector<std::string> wrappedCommand(const std::vector<std::string>& argv);
 // TRELLIS_* variables, then `env`), then exec of `command`. Never returns.
 [[noreturn]] void execWithEnv(const std::vector<std::string>& command,
                               const EnvList& env);
+// The status the sanitizers (ASAN_OPTIONS/UBSAN_OPTIONS exitcode) and
+// valgrind (--error-exitcode) are told to end with when they report, so a
+// report in a spawned program fails the test that spawned it.
+constexpr int kCheckerStatus = 99;
+
+// Runs `argv` as runConsole() does. A program killed by a signal, or ending
+// with kCheckerStatus, fails the calling test.
 RunResult runProgram(const std::vector<std::string>& argv,
                      const std::string& input, const EnvList& env);
 
