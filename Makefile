@@ -30,8 +30,17 @@ test: host-test
 	  echo "*** host suite ran."; \
 	fi
 
+# ctest keeps the output of a skipped test to itself; this names each
+# skipped test of the last run in $(1) with the first line of its reason.
+define show-skips
+	@awk '/: Skipped$$/ { getline why; next } \
+	  /^\[  SKIPPED \] .* ms\)$$/ { print "*** skipped " $$4 ": " why }' \
+	  $(1)/Testing/Temporary/LastTest.log 2>/dev/null || true
+endef
+
 host-test: all
 	ctest --test-dir $(BUILD) --output-on-failure -j$(JOBS)
+	$(call show-skips,$(BUILD))
 
 arm-configure:
 	@test -f $(ARM_BUILD)/CMakeCache.txt || \
@@ -45,6 +54,7 @@ arm: arm-configure
 arm-test: arm
 	@echo "*** ARM stage: the suite built for arm-linux-gnueabihf, under $(QEMU_ARM)"
 	ctest --test-dir $(ARM_BUILD) --output-on-failure -j$(JOBS)
+	$(call show-skips,$(ARM_BUILD))
 
 # Size of the console as it would be installed on the recorder.
 arm-size: arm
