@@ -8,6 +8,7 @@
 // The 64 MiB card (67108864 bytes), worked out by hand: reserve 1342177,
 // index area 1290849, idxFileSize 322712; index files at 51328, 374040,
 // 696752, 1019464.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -102,13 +103,20 @@ class LoopDevice {
   const std::string& path() const { return path_; }
   const std::string& problem() const { return problem_; }
 
-  // True when the device was detached (or never attached).
+  // True when the device was flushed and detached (or never attached).
+  // The console leaves its writes in the device's page cache (it closes
+  // without a flush, and another opener such as udev may keep the device
+  // busy past its close); the flush pushes them through to the image file
+  // before the test looks at it.
   bool detach() {
     if (path_.empty()) return true;
+    const int fd = ::open(path_.c_str(), O_RDONLY);
+    const bool flushed = fd >= 0 && ::fsync(fd) == 0;
+    if (fd >= 0) ::close(fd);
     HostTools tools;
     const RunResult r = runProgram({"losetup", "--detach", path_}, "", {});
     path_.clear();
-    return r.status == 0;
+    return flushed && r.status == 0;
   }
 
  private:
@@ -149,7 +157,7 @@ TEST_F(BlockDeviceTest, MeasuresReadsAndRepairsALoopDevice) {
   const RunResult r = runConsole(
       "maintain recIndexFileHead\nmaintain recException\n",
       {{"TRELLIS_DEVICE", loop.path()}, {"TRELLIS_MEDIA_DIR", media()}});
-  ASSERT_TRUE(loop.detach()) << "losetup --detach " << loop.path();
+  ASSERT_TRUE(loop.detach()) << "flushing and detaching the loop device";
 
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.err, "");
@@ -212,7 +220,7 @@ TEST_F(BlockDeviceTest, WithoutVariablesUsesDevMmc0AndMntSd) {
       "maintain recIndexFileHead\nmaintain recData 1 1\n"
       "maintain recDataFileHead 2\n",
       {{"TRELLIS_TEST_EXEC_WRAPPER", tools.wrapper()}});
-  ASSERT_TRUE(loop.detach()) << "losetup --detach " << loop.path();
+  ASSERT_TRUE(loop.detach()) << "flushing and detaching the loop device";
   if (r.status == 77) GTEST_SKIP() << "private mount namespace: " << r.err;
 
   EXPECT_EQ(r.status, 0) << r.err;
