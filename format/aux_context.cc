@@ -18,15 +18,7 @@ namespace {
 constexpr uint32_t kUnsetFileNumber = 0xFFFF;
 constexpr uint32_t kHighFileNumber = 2000;
 
-void printGreen(const char* label, const std::string& value) {
-  _tr_maintainPrintColoredField(label, value.c_str(), kGreen);
-}
 
-void printFlag(const char* label, uint32_t value) {
-  _tr_maintainPrintColoredField(label,
-                                tableWord(kYesNoWords, 2, value).c_str(),
-                                value != 0 ? kGreen : kRed);
-}
 
 const char* positionColour(uint32_t fileNumber) {
   if (fileNumber == kUnsetFileNumber) return kRed;
@@ -101,13 +93,13 @@ int _tr_maintainPrintIndexAuxContext(const IndexFileAuxiliaryContext* ctx,
   char end[32];
   _tr_maintainFormatUnixTime(c.startTime, start, sizeof start);
   _tr_maintainFormatUnixTime(c.endTime, end, sizeof end);
-  printGreen("utc startTime", start);
-  printGreen("utc endTime", end);
-  printGreen("timeZone", timeZoneText(c.timeZone));
-  printGreen("DST", tableWord(kEnableWords, 2, c.DST));
-  printFlag("isUsed", c.isUsed);
-  printFlag("isFull", c.isFull);
-  printGreen("Valid Position Count",
+  printGreenField("utc startTime", start);
+  printGreenField("utc endTime", end);
+  printGreenField("timeZone", timeZoneText(c.timeZone));
+  printGreenField("DST", tableWord(kEnableWords, 2, c.DST));
+  printFlagField("isUsed", c.isUsed);
+  printFlagField("isFull", c.isFull);
+  printGreenField("Valid Position Count",
              formatString("%d", _tr_maintainCountValidPositions(
                                     c.positionArray, kPositionsPerContext)));
   _tr_maintainPrintPositionChunk(c.positionArray, 0, kPositionsPerContext,

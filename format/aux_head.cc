@@ -14,15 +14,6 @@
 #include "maintain/startup.h"
 
 namespace tr {
-namespace {
-
-void printYesNo(const char* label, uint8_t value) {
-  _tr_maintainPrintColoredField(label, tableWord(kYesNoWords, 2, value).c_str(),
-                                value != 0 ? kGreen : kRed);
-}
-
-}  // namespace
-
 // `kind` does not change where an auxiliary lies: the region has the same
 // shape in record and picture index files.
 int _tr_maintainGetIndexAuxHeader(uint32_t kind, uint32_t auxNum,
@@ -30,10 +21,7 @@ int _tr_maintainGetIndexAuxHeader(uint32_t kind, uint32_t auxNum,
                                   IndexFileAuxiliaryHead* header) {
   (void)kind;
   if (header == nullptr) {
-    char stamp[64];
-    _tr_maintainGetColoredTimestamp(stamp, sizeof stamp);
-    err("%s \033[31m_tr_maintainGetIndexAuxHeader header is null\033[0m\n",
-        stamp);
+    errTimestamped("_tr_maintainGetIndexAuxHeader header is null");
     return -1;
   }
   tr_IndexFileHead indexHead;
@@ -62,8 +50,8 @@ int _tr_maintainPrintIndexAuxHeader(const IndexFileAuxiliaryHead* header,
   out("\n%s\n", stamp);
   out("\033[35m=== auxNum:%d IndexFileAuxiliaryHead ===\033[0m\n", auxNum);
 
-  printYesNo("isUsed", h.isUsed);
-  printYesNo("isFull", h.isFull);
+  printFlagField("isUsed", h.isUsed);
+  printFlagField("isFull", h.isFull);
   char count[16];
   std::snprintf(count, sizeof count, "%u",
                 static_cast<unsigned>(h.currentCount));

@@ -14,23 +14,11 @@
 #include "maintain/output.h"
 
 namespace tr {
-namespace {
-
-void printUnsigned(const char* label, uint32_t value) {
-  char text[16];
-  std::snprintf(text, sizeof text, "%u", value);
-  _tr_maintainPrintColoredField(label, text, kGreen);
-}
-
-}  // namespace
 
 int _tr_maintainGetDataFileHeader(uint32_t kind, uint32_t fileNum,
                                   uint64_t offset, tr_DataFileHead* header) {
   if (header == nullptr) {
-    char stamp[64];
-    _tr_maintainGetColoredTimestamp(stamp, sizeof stamp);
-    err("%s \033[31m_tr_maintainGetDataFileHeader header is null\033[0m\n",
-        stamp);
+    errTimestamped("_tr_maintainGetDataFileHeader header is null");
     return -1;
   }
   tr_IndexFileHead indexHead;
@@ -56,24 +44,16 @@ int _tr_maintainPrintDataFileHeader(const tr_DataFileHead* header,
   printRecordTimestamp();
   out("\033[35m=== fileNum:%d tr_DataFileHead ===\033[0m\n", fileNum);
 
-  // "DATA" needs its NUL in byte 4: a fifth character shows, in red.
-  char magic[sizeof h.magicWord + 1] = {};
-  std::memcpy(magic, h.magicWord, sizeof h.magicWord);
-  _tr_maintainPrintColoredField(
-      "Magic Word", magic,
-      std::strcmp(magic, kDataFileMagic) == 0 ? kGreen : kRed);
-  printUnsigned("Channel", h.channel);
+  printMagicField(h.magicWord, sizeof h.magicWord, kDataFileMagic);
+  printNumberField("Channel", h.channel);
   _tr_maintainPrintColoredField(
       "Validity", tableWord(kValidityNames, 3, h.validity).c_str(),
       h.validity < 3 ? kValidityColours[h.validity] : kRed);
-  _tr_maintainPrintColoredField("In Use",
-                                tableWord(kYesNoWords, 2, h.inUse).c_str(),
-                                h.inUse != 0 ? kGreen : kRed);
-  printUnsigned("File Number", h.fileNum);
-  printUnsigned("Write Data Index", h.writeDataIndex);
-  _tr_maintainPrintColoredField("Used Size", sizeText(h.usedSize).c_str(),
-                                kGreen);
-  printUnsigned("Valid Segments", h.validSegments);
+  printFlagField("In Use", h.inUse);
+  printNumberField("File Number", h.fileNum);
+  printNumberField("Write Data Index", h.writeDataIndex);
+  printSizeField("Used Size", h.usedSize);
+  printNumberField("Valid Segments", h.validSegments);
 
   printReservedDump(h.reserved, sizeof h.reserved);
   printRecordEnd();

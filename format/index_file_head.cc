@@ -5,6 +5,7 @@
 
 #include "maintain/device.h"
 #include "maintain/output.h"
+#include "maintain/platform.h"
 
 namespace tr {
 namespace {
@@ -12,11 +13,6 @@ namespace {
 // Above this a channel's write file index cannot be real; shown in red.
 constexpr uint32_t kPlausibleWriteIndex = 10000;
 
-void printUnsigned(const char* label, uint32_t value) {
-  char text[16];
-  std::snprintf(text, sizeof text, "%u", value);
-  _tr_maintainPrintColoredField(label, text, kGreen);
-}
 
 const char* fileTypeName(uint8_t type) {
   switch (type) {
@@ -33,10 +29,7 @@ const char* fileTypeName(uint8_t type) {
 
 int _tr_maintainGetIndexFileHeader(uint64_t offset, tr_IndexFileHead* header) {
   if (header == nullptr) {
-    char stamp[64];
-    _tr_maintainGetColoredTimestamp(stamp, sizeof stamp);
-    err("%s \033[31m_tr_maintainGetIndexFileHeader header is null\033[0m\n",
-        stamp);
+    errTimestamped("_tr_maintainGetIndexFileHeader header is null");
     return -1;
   }
   const int fd = _tr_maintainOpenDevice(DeviceMode::kReadOnly);
@@ -53,11 +46,7 @@ int _tr_maintainPrintIndexFileHeader(const tr_IndexFileHead* header) {
   printRecordTimestamp();
   out("\033[35m=== tr_IndexFileHead ===\n\033[0m");
 
-  char magic[sizeof h.magicWord + 1] = {};
-  std::memcpy(magic, h.magicWord, sizeof h.magicWord);
-  _tr_maintainPrintColoredField(
-      "Magic Word", magic,
-      std::strcmp(magic, kIndexFileMagic) == 0 ? kGreen : kRed);
+  printMagicField(h.magicWord, sizeof h.magicWord, kIndexFileMagic);
   _tr_maintainPrintColoredField("File Type", fileTypeName(h.fileType), kGreen);
 
   out("\033[34mWrite File Indexes:\n\033[0m");
@@ -71,12 +60,11 @@ int _tr_maintainPrintIndexFileHeader(const tr_IndexFileHead* header) {
     }
   }
 
-  printUnsigned("Max File Number", h.maxFileNum);
-  printUnsigned("Max Data Number", h.maxSegmentNum);
-  printUnsigned("Max Aux Number", h.maxAuxNumber);
-  printUnsigned("Aux Number", h.auxNum);
-  _tr_maintainPrintColoredField("File Size", sizeText(h.fileSize).c_str(),
-                                kGreen);
+  printNumberField("Max File Number", h.maxFileNum);
+  printNumberField("Max Data Number", h.maxSegmentNum);
+  printNumberField("Max Aux Number", h.maxAuxNumber);
+  printNumberField("Aux Number", h.auxNum);
+  printSizeField("File Size", h.fileSize);
   if (h.exceptionFlag != 0) {
     _tr_maintainPrintColoredField("Exception Flag", "Abnormal", kRed);
   } else {
@@ -106,9 +94,7 @@ int openIndexFile(uint64_t base, tr_IndexFileHead* header) {
 bool checkIndexNumber(const char* name, uint32_t value, const char* boundName,
                       uint32_t bound) {
   if (value >= 1 && value <= bound) return true;
-  char stamp[64];
-  _tr_maintainGetColoredTimestamp(stamp, sizeof stamp);
-  err("%s \033[31m%s INVALID\033[0m\n", stamp, name);
+  errTimestamped(formatString("%s INVALID", name));
   err(" %s: %d\n", name, static_cast<int32_t>(value));
   err(" %s: %d\n", boundName, static_cast<int32_t>(bound));
   return false;

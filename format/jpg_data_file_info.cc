@@ -8,19 +8,16 @@
 namespace tr {
 namespace {
 
-void printGreen(const char* label, const std::string& value) {
-  _tr_maintainPrintColoredField(label, value.c_str(), kGreen);
-}
 
 // The four lines of one picture. Entries are listed one after another with
 // nothing between them, as the recorder's own tools print them.
 void printImageDetail(const tr_ImageDetail& detail) {
   char time[32];
   _tr_maintainFormatUnixTime(detail.utcTime, time, sizeof time);
-  printGreen("utcTime", time);
-  printGreen("timeZone", timeZoneText(detail.timeZone));
-  printGreen("DST", tableWord(kEnableWords, 2, detail.DST));
-  printGreen("jpgSize", sizeText(detail.jpgSize));
+  printGreenField("utcTime", time);
+  printGreenField("timeZone", timeZoneText(detail.timeZone));
+  printGreenField("DST", tableWord(kEnableWords, 2, detail.DST));
+  printGreenField("jpgSize", sizeText(detail.jpgSize));
 }
 
 void printImageDetails(const tr_JPGDataFileInfo& j) {
@@ -43,10 +40,10 @@ void printPictureEncode(const tr_JPGDataFileInfo& j) {
         "invalid]\n\033[0m");
     return;
   }
-  printGreen("type", _tr_maintainVideoEncodeTypeToStr(j.pictureEncode.type));
-  printGreen("width", formatString("%u", j.pictureEncode.width));
-  printGreen("height", formatString("%u", j.pictureEncode.height));
-  printGreen("fps",
+  printGreenField("type", _tr_maintainVideoEncodeTypeToStr(j.pictureEncode.type));
+  printGreenField("width", formatString("%u", j.pictureEncode.width));
+  printGreenField("height", formatString("%u", j.pictureEncode.height));
+  printGreenField("fps",
              formatString("%f", static_cast<double>(j.pictureEncode.fps)));
 }
 
@@ -64,22 +61,16 @@ int _tr_maintainPrintJpgDataInfo(const tr_JPGDataFileInfo* info, int fileNum,
   out("\033[35m=== fileNum:%d, segmentNum:%d tr_JPGDataFileInfo ===\033[0m\n",
       fileNum, segmentNum);
 
-  char magic[sizeof j.magicWord + 1] = {};
-  std::memcpy(magic, j.magicWord, sizeof j.magicWord);
-  _tr_maintainPrintColoredField(
-      "Magic Word", magic,
-      std::strcmp(magic, kSegmentInfoMagic) == 0 ? kGreen : kRed);
-  _tr_maintainPrintColoredField("In Use",
-                                tableWord(kYesNoWords, 2, j.inUse).c_str(),
-                                j.inUse != 0 ? kGreen : kRed);
-  printGreen("dataIndex", formatString("%u", j.dataIndex));
-  printGreen("fragmentOffset", hex64Text(j.fragmentOffset));
-  printGreen("fragmentSize", sizeText(j.fragmentSize));
+  printMagicField(j.magicWord, sizeof j.magicWord, kSegmentInfoMagic);
+  printFlagField("In Use", j.inUse);
+  printGreenField("dataIndex", formatString("%u", j.dataIndex));
+  printGreenField("fragmentOffset", hex64Text(j.fragmentOffset));
+  printGreenField("fragmentSize", sizeText(j.fragmentSize));
 
   out("\033[34m\n[Media Info]\n\033[0m");
   out("\033[34m\n[JPG Info]\n\033[0m");
-  printGreen("validNum", formatString("%d", j.validNum));
-  printGreen("effinfoMask", hex64Text(j.effinfoMask));
+  printGreenField("validNum", formatString("%d", j.validNum));
+  printGreenField("effinfoMask", hex64Text(j.effinfoMask));
   printImageDetails(j);
 
   out("\n\033[34m[File Type]\n\033[0m");

@@ -35,9 +35,6 @@ const RecordType kRecordTypes[4] = {
     {'M', "Event", "eventMask", &tr_FileTypeInfo::eventMask},
     {'R', "Scheduled", "TimingMask", &tr_FileTypeInfo::TimingMask}};
 
-void printGreen(const char* label, const std::string& value) {
-  _tr_maintainPrintColoredField(label, value.c_str(), kGreen);
-}
 
 void printInvalidGroup(const char* group) {
   out("\033[31m\n[%s effinfoMask invalid]\n\033[0m", group);
@@ -60,10 +57,10 @@ void printTimeGroup(const tr_TimeInfo& time, uint64_t mask) {
   char end[32];
   _tr_maintainFormatUnixTime(time.startTime, start, sizeof start);
   _tr_maintainFormatUnixTime(time.endTime, end, sizeof end);
-  printGreen("utc startTime", start);
-  printGreen("utc endTime", end);
-  printGreen("timeZone", timeZoneText(time.timeZone));
-  printGreen("DST", tableWord(kEnableWords, 2, time.DST));
+  printGreenField("utc startTime", start);
+  printGreenField("utc endTime", end);
+  printGreenField("timeZone", timeZoneText(time.timeZone));
+  printGreenField("DST", tableWord(kEnableWords, 2, time.DST));
 }
 
 void printEncodeGroup(const tr_RecDataFileInfo& r) {
@@ -71,17 +68,17 @@ void printEncodeGroup(const tr_RecDataFileInfo& r) {
     printInvalidGroup("Encode Info ETR_MEDIAFILEEFFINFO_ENCODE");
     return;
   }
-  printGreen("aEnable", formatString("%d", r.aEnable));
-  printGreen("aFormat.type", _tr_maintainAudioEncodeTypeToStr(
+  printGreenField("aEnable", formatString("%d", r.aEnable));
+  printGreenField("aFormat.type", _tr_maintainAudioEncodeTypeToStr(
                                  static_cast<int>(r.aFormat.type)));
-  printGreen("aFormat.frequency", frequencyText(r.aFormat.frequency));
-  printGreen("aFormat.depth", formatString("%u", r.aFormat.depth));
-  printGreen("aFormat.mode", formatString("%u", r.aFormat.mode));
-  printGreen("vEnable", formatString("%d", r.vEnable));
-  printGreen("vFormat.type", _tr_maintainVideoEncodeTypeToStr(r.vFormat.type));
-  printGreen("vFormat.width", formatString("%u", r.vFormat.width));
-  printGreen("vFormat.height", formatString("%u", r.vFormat.height));
-  printGreen("vFormat.fps",
+  printGreenField("aFormat.frequency", frequencyText(r.aFormat.frequency));
+  printGreenField("aFormat.depth", formatString("%u", r.aFormat.depth));
+  printGreenField("aFormat.mode", formatString("%u", r.aFormat.mode));
+  printGreenField("vEnable", formatString("%d", r.vEnable));
+  printGreenField("vFormat.type", _tr_maintainVideoEncodeTypeToStr(r.vFormat.type));
+  printGreenField("vFormat.width", formatString("%u", r.vFormat.width));
+  printGreenField("vFormat.height", formatString("%u", r.vFormat.height));
+  printGreenField("vFormat.fps",
              formatString("%f", static_cast<double>(r.vFormat.fps)));
 }
 
@@ -91,9 +88,7 @@ int _tr_maintainGetDataFileInfo(uint32_t kind, uint32_t fileNum,
                                 uint32_t segmentNum, uint64_t offset,
                                 void* info) {
   if (info == nullptr) {
-    char stamp[64];
-    _tr_maintainGetColoredTimestamp(stamp, sizeof stamp);
-    err("%s \033[31m_tr_maintainGetDataFileInfo info is null\033[0m\n", stamp);
+    errTimestamped("_tr_maintainGetDataFileInfo info is null");
     return -1;
   }
   tr_IndexFileHead header;
@@ -134,24 +129,24 @@ void printFileTypeInfo(const tr_FileTypeInfo& info, uint64_t effinfoMask) {
         if (byte == type.letter) list += type.name;
       }
     }
-    printGreen("flag", list);
+    printGreenField("flag", list);
     // The masks, though, belong to the letters before the first NUL only.
     const size_t used = strnlen(info.flag, sizeof info.flag);
     for (const RecordType& type : kRecordTypes) {
       if (std::memchr(info.flag, type.letter, used) != nullptr) {
-        printGreen(type.maskLabel, hex64Text(info.*type.mask));
+        printGreenField(type.maskLabel, hex64Text(info.*type.mask));
       }
     }
   } else {
     printInvalidGroup("File Type ETR_MEDIAFILEEFFINFO_FILETYPE");
   }
   if ((effinfoMask & ETR_MEDIAFILEEFFINFO_STREAMTYPE) != 0) {
-    printGreen("streamType", tableWord(kStreamNames, 8, info.streamType));
+    printGreenField("streamType", tableWord(kStreamNames, 8, info.streamType));
   } else {
     printInvalidGroup("File Type ETR_MEDIAFILEEFFINFO_STREAMTYPE");
   }
   if ((effinfoMask & ETR_MEDIAFILEEFFINFO_CHANNEL) != 0) {
-    printGreen("channel", formatString("%d", info.channel));
+    printGreenField("channel", formatString("%d", info.channel));
   } else {
     printInvalidGroup("File Type ETR_MEDIAFILEEFFINFO_CHANNEL");
   }
@@ -169,22 +164,16 @@ int _tr_maintainPrintRecDataInfo(const tr_RecDataFileInfo* info, int fileNum,
   out("\033[35m=== fileNum:%d, segmentNum:%d tr_RecDataFileInfo ===\033[0m\n",
       fileNum, segmentNum);
 
-  char magic[sizeof r.magicWord + 1] = {};
-  std::memcpy(magic, r.magicWord, sizeof r.magicWord);
-  _tr_maintainPrintColoredField(
-      "Magic Word", magic,
-      std::strcmp(magic, kSegmentInfoMagic) == 0 ? kGreen : kRed);
-  _tr_maintainPrintColoredField("In Use",
-                                tableWord(kYesNoWords, 2, r.inUse).c_str(),
-                                r.inUse != 0 ? kGreen : kRed);
-  printGreen("dataOffset", hex64Text(r.dataOffset));
-  printGreen("datalen", sizeText(r.datalen));
-  printGreen("iFrameInfoOffset", hex64Text(r.iFrameInfoOffset));
-  printGreen("iFrameInfoSize", hex64Text(r.iFrameInfoSize));
+  printMagicField(r.magicWord, sizeof r.magicWord, kSegmentInfoMagic);
+  printFlagField("In Use", r.inUse);
+  printGreenField("dataOffset", hex64Text(r.dataOffset));
+  printGreenField("datalen", sizeText(r.datalen));
+  printGreenField("iFrameInfoOffset", hex64Text(r.iFrameInfoOffset));
+  printGreenField("iFrameInfoSize", hex64Text(r.iFrameInfoSize));
 
   out("\033[34m\n[Media Info]\n\033[0m");
   out("\033[34m\n[Time Info]\n\033[0m");
-  printGreen("effinfoMask", hex64Text(r.effinfoMask));
+  printGreenField("effinfoMask", hex64Text(r.effinfoMask));
   printTimeGroup(r.timeInfo, r.effinfoMask);
 
   out("\n\033[34m[File Type]\n\033[0m");
@@ -192,14 +181,14 @@ int _tr_maintainPrintRecDataInfo(const tr_RecDataFileInfo* info, int fileNum,
 
   out("\n\033[34m[Encode Info]\n\033[0m");
   printEncodeGroup(r);
-  printGreen("dataIndex", formatString("%u", r.dataIndex));
+  printGreenField("dataIndex", formatString("%u", r.dataIndex));
 
   out("\n\033[34m[InfoEx]\n\033[0m");
-  printGreen("Is Incomplete",
+  printGreenField("Is Incomplete",
              tableWord(kUpperYesNoWords, 2, r.infoEx.isIncomplete));
-  printGreen("infoEx.position",
+  printGreenField("infoEx.position",
              tableWord(kPositionNames, 5, r.infoEx.position));
-  printGreen("infoEx.nextFileNum", formatString("%u", r.infoEx.nextFileNum));
+  printGreenField("infoEx.nextFileNum", formatString("%u", r.infoEx.nextFileNum));
   _tr_maintainHexDump(r.infoEx.unused1, sizeof r.infoEx.unused1);
   _tr_maintainHexDump(r.infoEx.unused2, sizeof r.infoEx.unused2);
 

@@ -11,25 +11,10 @@
 #include "maintain/output.h"
 
 namespace tr {
-namespace {
-
-void printDecimal(const char* label, unsigned long long value) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%llu", value);
-  _tr_maintainPrintColoredField(label, text, kGreen);
-}
-
-void printSize(const char* label, uint64_t bytes) {
-  _tr_maintainPrintColoredField(label, sizeText(bytes).c_str(), kGreen);
-}
-
-}  // namespace
 
 int _tr_maintainGetTrellisHead(tr_TrellisHead* head) {
   if (head == nullptr) {
-    char stamp[64];
-    _tr_maintainGetColoredTimestamp(stamp, sizeof stamp);
-    err("%s \033[31m_tr_maintainGetTrellisHead head is null\033[0m\n", stamp);
+    errTimestamped("_tr_maintainGetTrellisHead head is null");
     return -1;
   }
   const int fd = _tr_maintainOpenDevice(DeviceMode::kReadOnly);
@@ -51,22 +36,16 @@ int _tr_maintainPrintTrellisHead(const tr_TrellisHead* head) {
   printRecordTimestamp();
   out("\033[35m=== tr_TrellisHead ===\n\033[0m");
 
-  // One byte more than stored, so a magic word without its NUL is still
-  // shown whole and compared whole.
-  char magic[sizeof h.magicWord + 1] = {};
-  std::memcpy(magic, h.magicWord, sizeof h.magicWord);
-  _tr_maintainPrintColoredField(
-      "Magic Word", magic,
-      std::strcmp(magic, kTrellisMagic) == 0 ? kGreen : kRed);
-  printDecimal("idxFileOffsetAV", h.idxFileOffsetAV);
-  printDecimal("idxFileBackupOffsetAV", h.idxFileBackupOffsetAV);
-  printDecimal("idxFileOffsetPic", h.idxFileOffsetPic);
-  printDecimal("idxFileBackupOffsetPic", h.idxFileBackupOffsetPic);
-  printSize("File Size", h.idxFileSize);
-  printDecimal("idxCheckFlagAV", h.idxCheckFlagAV);
-  printDecimal("idxCheckFlagPic", h.idxCheckFlagPic);
-  printSize("AVSectorSize", h.AVSectorSize);
-  printSize("PicSectorSize", h.PicSectorSize);
+  printMagicField(h.magicWord, sizeof h.magicWord, kTrellisMagic);
+  printNumberField("idxFileOffsetAV", h.idxFileOffsetAV);
+  printNumberField("idxFileBackupOffsetAV", h.idxFileBackupOffsetAV);
+  printNumberField("idxFileOffsetPic", h.idxFileOffsetPic);
+  printNumberField("idxFileBackupOffsetPic", h.idxFileBackupOffsetPic);
+  printSizeField("File Size", h.idxFileSize);
+  printNumberField("idxCheckFlagAV", h.idxCheckFlagAV);
+  printNumberField("idxCheckFlagPic", h.idxCheckFlagPic);
+  printSizeField("AVSectorSize", h.AVSectorSize);
+  printSizeField("PicSectorSize", h.PicSectorSize);
 
   printReservedDump(h.reserved, sizeof h.reserved);
   printRecordEnd();

@@ -36,7 +36,9 @@ std::string stripEscapes(const char* text, size_t length) {
   return plain;
 }
 
-int writeFormatted(FILE* stream, const char* fmt, va_list args) {
+__attribute__((format(printf, 2, 0))) int writeFormatted(FILE* stream,
+                                                     const char* fmt,
+                                                     va_list args) {
   if (gColour) return std::vfprintf(stream, fmt, args);
   va_list again;
   va_copy(again, args);
@@ -101,6 +103,39 @@ void _tr_maintainGetColoredTimestamp(char* buf, size_t size) {
 int _tr_maintainPrintColoredField(const char* label, const char* value,
                                   const char* colour) {
   return out("%-20s: %s%s\033[0m\n", label, colour, value);
+}
+
+void printGreenField(const char* label, const std::string& value) {
+  _tr_maintainPrintColoredField(label, value.c_str(), kGreen);
+}
+
+void printNumberField(const char* label, uint64_t value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%llu",
+                static_cast<unsigned long long>(value));
+  _tr_maintainPrintColoredField(label, text, kGreen);
+}
+
+void printSizeField(const char* label, uint64_t bytes) {
+  _tr_maintainPrintColoredField(label, sizeText(bytes).c_str(), kGreen);
+}
+
+void printFlagField(const char* label, uint64_t value) {
+  _tr_maintainPrintColoredField(label, tableWord(kYesNoWords, 2, value).c_str(),
+                                value != 0 ? kGreen : kRed);
+}
+
+void printMagicField(const char* stored, size_t size, const char* expected) {
+  // A word stored without its NUL still shows whole and is compared whole.
+  const std::string magic(stored, strnlen(stored, size));
+  _tr_maintainPrintColoredField("Magic Word", magic.c_str(),
+                                magic == expected ? kGreen : kRed);
+}
+
+void errTimestamped(const std::string& text) {
+  char stamp[64];
+  _tr_maintainGetColoredTimestamp(stamp, sizeof stamp);
+  err("%s \033[31m%s\033[0m\n", stamp, text.c_str());
 }
 
 void _tr_maintainHexDump(const void* data, size_t len) {

@@ -45,6 +45,21 @@ void errPerror(const char* message);
 std::string tableWord(const char* const* table, size_t entries,
                       uint64_t value);
 
+// Field lines as the printers use them: green text, an unsigned number in
+// decimal, a byte count as size text; a stored flag by the yes/no table,
+// green when set and red when clear; a magic word of `size` stored bytes,
+// shown up to its first NUL (all of them when there is none) and green only
+// when it equals `expected`.
+void printGreenField(const char* label, const std::string& value);
+void printNumberField(const char* label, uint64_t value);
+void printSizeField(const char* label, uint64_t bytes);
+void printFlagField(const char* label, uint64_t value);
+void printMagicField(const char* stored, size_t size, const char* expected);
+
+// "<timestamp> \e[31m<text>\e[0m" on standard error: the one-line reports
+// of the readers and of start-up.
+void errTimestamped(const std::string& text);
+
 // "\e[33m[YYYY-MM-DD HH:MM:SS]\e[0m" in local time, at most `size` bytes.
 void _tr_maintainGetColoredTimestamp(char* buf, size_t size);
 // "%-20s: %s%s\e[0m\n" with label, colour, value.

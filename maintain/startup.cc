@@ -16,17 +16,9 @@ tr_TrellisHead trellisHead;
 namespace {
 
 void capacityFailure(const char* what) {
-  char stamp[64];
-  _tr_maintainGetColoredTimestamp(stamp, sizeof stamp);
-  err("%s \033[31m_tr_maintainGetDeviceCapacity %s\033[0m\n", stamp, what);
+  errTimestamped(formatString("_tr_maintainGetDeviceCapacity %s", what));
 }
 
-void printNumber(const char* label, uint64_t value) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%llu",
-                static_cast<unsigned long long>(value));
-  _tr_maintainPrintColoredField(label, text, kGreen);
-}
 
 }  // namespace
 
@@ -74,16 +66,16 @@ tr_TrellisHead computeTrellisHead(uint64_t capacity) {
 int _tr_maintainInit() {
   const uint64_t capacity = _tr_maintainGetDeviceCapacity(deviceName.c_str());
   const uint64_t reserve = _tr_maintainGetReserveSpaceSzie(capacity);
-  printNumber("deviceSize", capacity);
-  printNumber("reserveSpaceSize", reserve);
+  printNumberField("deviceSize", capacity);
+  printNumberField("reserveSpaceSize", reserve);
   trellisHead = computeTrellisHead(capacity);
-  printNumber("idxSectorSize", reserve - kFirstIndexFileOffset);
-  printNumber("idxFileSize", trellisHead.idxFileSize);
+  printNumberField("idxSectorSize", reserve - kFirstIndexFileOffset);
+  printNumberField("idxFileSize", trellisHead.idxFileSize);
   _tr_maintainPrintColoredField("magicWord", trellisHead.magicWord, kGreen);
-  printNumber("idxFileOffsetAV", trellisHead.idxFileOffsetAV);
-  printNumber("idxFileBackupOffsetAV", trellisHead.idxFileBackupOffsetAV);
-  printNumber("idxFileOffsetPic", trellisHead.idxFileOffsetPic);
-  printNumber("idxFileBackupOffsetPic", trellisHead.idxFileBackupOffsetPic);
+  printNumberField("idxFileOffsetAV", trellisHead.idxFileOffsetAV);
+  printNumberField("idxFileBackupOffsetAV", trellisHead.idxFileBackupOffsetAV);
+  printNumberField("idxFileOffsetPic", trellisHead.idxFileOffsetPic);
+  printNumberField("idxFileBackupOffsetPic", trellisHead.idxFileBackupOffsetPic);
   return 0;
 }
 
