@@ -98,7 +98,7 @@ using S = Selector;
 
 }  // namespace
 
-const CommandRow kCommands[kCommandCount] = {
+extern constexpr CommandRow kCommands[kCommandCount] = {
     {"recIndexFileHead", A::kNone, S::kRec, 264, readIndexFileHead,
      printIndexFileHead, "Print global file header(recordIndexFile)"},
     {"recBackUpIndexFileHead", A::kNone, S::kRecBackUp, 264,
@@ -189,5 +189,20 @@ const CommandRow kCommands[kCommandCount] = {
     {"memsetTrellisHead", A::kNone, S::kNone, 0, nullptr, resetTrellisHead,
      "Memset Trellis Head"},
 };
+
+namespace {
+
+// Every row acts, and a row that reads names the record it clears.
+constexpr bool rowsComplete() {
+  for (const CommandRow& row : kCommands) {
+    if (row.action == nullptr) return false;
+    if ((row.reader != nullptr) != (row.recordSize != 0)) return false;
+    if (row.recordSize > sizeof(RecordBuffer)) return false;
+  }
+  return true;
+}
+static_assert(rowsComplete(), "a command row lacks its steps");
+
+}  // namespace
 
 }  // namespace tr

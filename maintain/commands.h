@@ -64,7 +64,7 @@ struct CommandRow {
   Selector selector;
   size_t recordSize;   // bytes cleared before the read; 0 for writers
   CommandStep reader;  // null for the writing commands
-  CommandStep action;
+  CommandStep action;  // never null
   const char* description;  // the help text's last column
 };
 

@@ -9,8 +9,7 @@ namespace {
 
 const CommandRow* findCommand(const char* word, int count) {
   for (const CommandRow& row : kCommands) {
-    if (row.action != nullptr && wordCount(row.args) == count &&
-        std::strcmp(row.word, word) == 0) {
+    if (wordCount(row.args) == count && std::strcmp(row.word, word) == 0) {
       return &row;
     }
   }
