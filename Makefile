@@ -1,7 +1,7 @@
-# Thin wrapper over CMake. build/ is the host tree; build-arm/ is the 32-bit
+# Thin wrapper over CMake. build/ is the host tree; build/arm/ is the 32-bit
 # ARM cross build for the recorder, whose tests run under qemu-arm.
 BUILD := build
-ARM_BUILD := build-arm
+ARM_BUILD := $(BUILD)/arm
 ARM_TOOLCHAIN := $(CURDIR)/cmake/arm-linux-gnueabihf.cmake
 ARM_CXX := arm-linux-gnueabihf-g++
 ARM_STRIP := arm-linux-gnueabihf-strip

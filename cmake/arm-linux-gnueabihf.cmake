@@ -3,7 +3,7 @@
 # this build is where a 64-bit offset that slipped through a 32-bit type
 # shows up.
 #
-#   cmake -S . -B build-arm -DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake
+#   cmake -S . -B build/arm -DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake
 #
 # Test binaries run under qemu-arm with the cross sysroot (the
 # CROSSCOMPILING_EMULATOR of every executable, used by ctest and by test
