@@ -77,6 +77,14 @@ int err(const char* fmt, ...) {
   return result;
 }
 
+int outText(const std::string& text) {
+  if (gColour) {
+    return static_cast<int>(std::fwrite(text.data(), 1, text.size(), stdout));
+  }
+  const std::string plain = stripEscapes(text.data(), text.size());
+  return static_cast<int>(std::fwrite(plain.data(), 1, plain.size(), stdout));
+}
+
 void errPerror(const char* message) {
   std::fflush(stdout);
   std::perror(message);
@@ -102,7 +110,15 @@ void _tr_maintainGetColoredTimestamp(char* buf, size_t size) {
 
 int _tr_maintainPrintColoredField(const char* label, const char* value,
                                   const char* colour) {
-  return out("%-20s: %s%s\033[0m\n", label, colour, value);
+  // The line a record printer prints most: "%-20s: %s%s\e[0m\n", put
+  // together without the cost of a format.
+  std::string line = label;
+  if (line.size() < 20) line.append(20 - line.size(), ' ');
+  line += ": ";
+  line += colour;
+  line += value;
+  line += "\033[0m\n";
+  return outText(line);
 }
 
 void printGreenField(const char* label, const std::string& value) {
@@ -139,20 +155,23 @@ void errTimestamped(const std::string& text) {
 }
 
 void _tr_maintainHexDump(const void* data, size_t len) {
+  static const char kDigits[] = "0123456789ABCDEF";
   const unsigned char* bytes = static_cast<const unsigned char*>(data);
-  // One line of text at a time: the dump of a record is printed often.
+  // Built as one text, digit by digit: every record printout has dumps.
   std::string text = "\033[36m";
-  char piece[32];
+  text.reserve(len * 3 + len / 16 * 8 + 16);
+  char position[32];
   for (size_t i = 0; i < len; ++i) {
     if (i % 16 == 0) {
-      std::snprintf(piece, sizeof piece, "\n%04zX: ", i);
-      text += piece;
+      std::snprintf(position, sizeof position, "\n%04zX: ", i);
+      text += position;
     }
-    std::snprintf(piece, sizeof piece, "%02X ", bytes[i]);
-    text += piece;
+    text += kDigits[bytes[i] >> 4];
+    text += kDigits[bytes[i] & 0xF];
+    text += ' ';
   }
   text += "\033[0m\n";
-  out("%s", text.c_str());
+  outText(text);
 }
 
 void _tr_maintainFormatUnixTime(int64_t seconds, char* buf, size_t size) {

@@ -37,6 +37,8 @@ bool colourEnabled();
 // first so that a diagnostic never overtakes the lines printed before it.
 int out(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 int err(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+// `text` as it stands on standard output.
+int outText(const std::string& text);
 // perror() after flushing standard output.
 void errPerror(const char* message);
 
