@@ -2,149 +2,117 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <string>
 
+#include "tests/support/golden.h"
 #include "tests/support/media_seams.h"
-#include "tests/support/test_support.h"
+#include "tests/support/printout.h"
 
 namespace tr {
 namespace test {
 namespace {
 
-// Record index file with maxFileNum 10 and maxSegmentNum 100: segment
-// (7, 2) lies at 51328 + 264 + 6 x 64032 + 32 + 640 = 436456.
-constexpr uint64_t kSegment72 = 436456;
+const std::string kTitle =
+    "\n<TS>\n\x1b[35m=== fileNum:7, segmentNum:2 tr_IFrameIndex ===\x1b[0m\n";
 
-const char kTitle72[] =
-    "targetOffset        : \x1b[32m436456\x1b[0m\n"
-    "\n<TS>\n"
-    "\x1b[35m=== fileNum:7, segmentNum:2 tr_IFrameIndex ===\x1b[0m\n";
-const char kEnd[] = "\x1b[35m===========END==========\n\x1b[0m";
-const char kFirstFrame[] =
-    "Frame [1/3]:\n"
-    "utcTime             : \x1b[32m2024-03-05 07:08:09\x1b[0m\n"
-    "offset              : \x1b[32m123\x1b[0m\n"
-    "\x1b[36m\nReserved Fields Hex Dump:\x1b[0m"
-    "\x1b[36m\n0000: 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 "
-    "\n0010: 11 12 13 14 \x1b[0m\n";
-
-// Three entries and four stray bytes, as the recorder lays them out.
-std::string threeEntryTable() {
-  std::string table(100, '\0');
-  const unsigned char first[12] = {0xD9, 0xC4, 0xE6, 0x65, 0, 0, 0, 0, 123};
-  std::memcpy(&table[0], first, sizeof first);
-  for (int i = 0; i < 20; ++i) table[12 + i] = static_cast<char>(i + 1);
-  std::memset(&table[40], 0xFF, 4);            // entry 2: time 0, offset max
-  table[64] = static_cast<char>(0xDA);         // entry 3: one second later
-  std::memcpy(&table[65], "\xC4\xE6\x65", 3);
-  table[72] = 7;
-  table[76] = table[95] = static_cast<char>(0xAB);
-  std::memset(&table[96], 0xEE, 4);
-  return table;
+// One 32-byte entry: time, offset in the file, 20 reserved bytes.
+std::string entry(uint64_t time, uint32_t offset, const std::string& reserved) {
+  return le(time, 8) + le(offset, 4) + reserved + std::string(20 - reserved.size(), '\0');
 }
 
+// Three entries and four stray bytes, as the recorder lays them out.
+const std::string kTable =
+    entry(1709622489, 123, "\x01\x02\x03\x04\x05\x06\x07\x08\x09\x0A\x0B\x0C\x0D\x0E\x0F\x10"
+                           "\x11\x12\x13\x14") +
+    entry(0, 0xFFFFFFFF, "") + entry(1709622490, 7, "\xAB" + std::string(18, '\0') + "\xAB") +
+    "\xEE\xEE\xEE\xEE";
+
+// Segment (7, 2) in use, its record data file in a media directory of its
+// own; every stream the listing takes is given back.
 class IFrameIndexTest : public testing::Test {
  protected:
-  IFrameIndexTest() : card_(dir_.file("card.img"), kCard2G) {
-    card_.put32(kCard2GRec + 144, 10);
-    card_.put32(kCard2GRec + 148, 100);
-    card_.put8(kSegment72 + 7, 1);
+  IFrameIndexTest() : media_(dir_.path()) {
+    std::memset(&info_, 0, sizeof info_);
+    info_.inUse = 1;
   }
-  void setTable(uint64_t offset, uint64_t size) {
-    card_.put64(kSegment72 + 24, offset);
-    card_.put64(kSegment72 + 32, size);
+  ~IFrameIndexTest() override { EXPECT_EQ(ledger_.openStreams(), 0); }
+
+  void setTable(uint64_t offset, uint64_t size, const std::string& file) {
+    info_.iFrameInfoOffset = offset;
+    info_.iFrameInfoSize = size;
+    if (!file.empty()) writeFile(dir_.file("TR00007.mp4"), file);
   }
-  RunResult run() {
-    return runConsole("maintain recIFrameInfo 7 2\n",
-                      {{"TRELLIS_DEVICE", card_.path()},
-                       {"TRELLIS_MEDIA_DIR", dir_.path()}});
+  Captured list(int expected) {
+    int result = 99;
+    Captured c = capture([&] { result = _tr_maintainPrintIFrameIndex(&info_, 7, 2); });
+    EXPECT_EQ(result, expected);
+    c.out = maskTimestamps(c.out);
+    return c;
   }
 
   TempDir dir_;
-  CardImage card_;
+  UseMediaDir media_;
+  SysLedger ledger_;
+  tr_RecDataFileInfo info_;
 };
+// The same listing, its data file failing it.
+using IFrameIndexInProcess = IFrameIndexTest;
+using IFrameFaultTest = IFrameIndexTest;
 
+// 100 bytes hold three whole entries; the four left over are not one.
 TEST_F(IFrameIndexTest, ListsEveryWholeEntryOfTheTable) {
-  writeFile(dir_.file("TR00007.mp4"), std::string(4096, 'x') + threeEntryTable());
-  setTable(4096, 100);
-  const RunResult r = run();
-  EXPECT_EQ(r.err, "");
-  EXPECT_EQ(maskTimestamps(commandOutput(r.out)),
-            std::string(kTitle72) + kFirstFrame +
-                "Frame [2/3]:\n"
-                "utcTime             : \x1b[32m1970-01-01 00:00:00\x1b[0m\n"
-                "offset              : \x1b[32m4294967295\x1b[0m\n"
-                "\x1b[36m\nReserved Fields Hex Dump:\x1b[0m"
-                "\x1b[36m\n0000: 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
-                "\n0010: 00 00 00 00 \x1b[0m\n"
-                "Frame [3/3]:\n"
-                "utcTime             : \x1b[32m2024-03-05 07:08:10\x1b[0m\n"
-                "offset              : \x1b[32m7\x1b[0m\n"
-                "\x1b[36m\nReserved Fields Hex Dump:\x1b[0m"
-                "\x1b[36m\n0000: AB 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
-                "\n0010: 00 00 00 AB \x1b[0m\n" +
-                kEnd);
+  setTable(4096, 100, std::string(4096, 'x') + kTable);
+  const Captured c = list(0);
+  EXPECT_EQ(c.out, golden("iframe_index_three.txt"));
+  EXPECT_EQ(c.err, "");
 }
 
 TEST_F(IFrameIndexTest, TableBeyondFourGiBIsReachedExactly) {
   CardImage data(dir_.file("TR00007.mp4"), 4294967296ULL + 8192);
-  data.putText(4294971395ULL, threeEntryTable().substr(0, 32));
-  setTable(4294971395ULL, 32);
-  const std::string out = maskTimestamps(commandOutput(run().out));
-  EXPECT_NE(out.find("Frame [1/1]:\nutcTime             : "
-                     "\x1b[32m2024-03-05 07:08:09\x1b[0m\n"),
-            std::string::npos)
-      << out;
+  data.putText(4294971395ULL, kTable.substr(0, 32));
+  setTable(4294971395ULL, 32, "");
+  EXPECT_TRUE(has(list(0).out, "Frame [1/1]:\n" + fieldLine("utcTime", "2024-03-05 07:08:09")));
 }
 
 TEST_F(IFrameIndexTest, NothingToListOrNoFileToListFrom) {
-  setTable(4096, 31);  // no data file at all: it is not opened
-  RunResult r = run();
-  EXPECT_EQ(maskTimestamps(commandOutput(r.out)),
-            std::string(kTitle72) + "_tr_maintainPrintIFrameIndex iFrameCount = 0\n");
-  EXPECT_EQ(r.err, "");
+  setTable(4096, 31, "");  // not one entry: no data file is opened
+  Captured c = list(0);
+  EXPECT_EQ(c.out, kTitle + "_tr_maintainPrintIFrameIndex iFrameCount = 0\n");
+  EXPECT_EQ(c.err, "");
 
-  setTable(4096, 32);
-  r = run();
-  EXPECT_EQ(maskTimestamps(commandOutput(r.out)), kTitle72);
-  EXPECT_EQ(r.err, "[ERROR] Failed to open source file: " + dir_.path() +
-                       "/TR00007.mp4\n");
+  setTable(4096, 32, "");
+  c = list(-1);
+  EXPECT_EQ(c.out, kTitle);
+  EXPECT_EQ(c.err, "[ERROR] Failed to open source file: " + dir_.file("TR00007.mp4") + "\n");
 
-  writeFile(dir_.file("TR00007.mp4"), threeEntryTable());
-  setTable(9223372036854775808ULL, 32);
-  r = run();
-  EXPECT_EQ(maskTimestamps(commandOutput(r.out)), kTitle72);
-  EXPECT_EQ(r.err, "[ERROR] Seek failed at offset 9223372036854775808\n");
+  setTable(9223372036854775808ULL, 32, kTable);
+  c = list(-1);
+  EXPECT_EQ(c.out, kTitle);
+  EXPECT_EQ(c.err, "[ERROR] Seek failed at offset 9223372036854775808\n");
 
-  card_.put8(kSegment72 + 7, 0);
-  r = run();
-  EXPECT_EQ(commandOutput(r.out),
-            "targetOffset        : \x1b[32m436456\x1b[0m\n"
-            "[ERROR] _tr_maintainPrintIFrameIndex This segment has no data\n");
+  info_.inUse = 0;
+  EXPECT_EQ(list(-1).out, "[ERROR] _tr_maintainPrintIFrameIndex This segment has no data\n");
 }
 
-TEST(IFrameIndexInProcess, FileEndingInsideTheTableListsWhatItHolds) {
-  TempDir dir;
-  UseMediaDir media(dir.path());
-  writeFile(dir.file("TR00007.mp4"),
-            std::string(4096, 'x') + threeEntryTable().substr(0, 48));
-  tr_RecDataFileInfo info;
-  std::memset(&info, 0, sizeof info);
-  info.inUse = 1;
-  info.iFrameInfoOffset = 4096;
-  info.iFrameInfoSize = 96;
-  SysLedger ledger;
-  int result = -1;
-  const Captured c =
-      capture([&] { result = _tr_maintainPrintIFrameIndex(&info, 7, 2); });
-  EXPECT_EQ(result, 0);
-  EXPECT_EQ(maskTimestamps(c.out),
-            "\n<TS>\n"
-            "\x1b[35m=== fileNum:7, segmentNum:2 tr_IFrameIndex ===\x1b[0m\n" +
-                std::string(kFirstFrame) + kEnd);
+// The file holds 4096 bytes and then only the first 48 of a table that
+// claims 96 (three entries).
+TEST_F(IFrameIndexInProcess, FileEndingInsideTheTableListsWhatItHolds) {
+  setTable(4096, 96, std::string(4096, 'x') + kTable.substr(0, 48));
+  const Captured c = list(0);
+  EXPECT_EQ(c.out, golden("iframe_index_cut.txt"));
   EXPECT_EQ(c.err, "[ERROR]  fread failed: Success\n");
-  EXPECT_EQ(ledger.openStreams(), 0);
+}
+
+// A read error keeps the entries before it and ends the listing normally.
+TEST_F(IFrameFaultTest, ReadErrorInsideTheTableEndsTheListing) {
+  setTable(4096, 96, std::string(4096, 'x') + kTable);
+  ledger_.failFread(EIO, 2);
+  const Captured c = list(0);
+  EXPECT_EQ(c.out, golden("iframe_index_cut.txt"));
+  EXPECT_EQ(c.err, "[ERROR]  fread failed: Input/output error\n");
 }
 
 }  // namespace

@@ -2,156 +2,107 @@
 
 #include <string>
 
-#include "tests/support/test_support.h"
+#include "tests/support/golden.h"
+#include "tests/support/index_image.h"
+#include "tests/support/printout.h"
 
 namespace tr {
 namespace test {
 namespace {
 
-class IndexFileHeadTest : public testing::Test {
+class IndexFileHeadTest : public CardTest {
  protected:
-  IndexFileHeadTest() : image_(dir_.file("card.img"), kCard2G) {}
-
-  RunResult run(const std::string& script) {
-    return runConsole(script, {{"TRELLIS_DEVICE", image_.path()}});
-  }
-
   // A valid record header with distinct values in every field.
   void writeHeader(uint64_t base) {
-    image_.putText(base, std::string("IDX_01\0", 7));
-    image_.put8(base + 7, 1);
-    for (int i = 0; i < 8; ++i) image_.put8(base + 8 + i, 0xA0 + i);
     for (int c = 0; c < 32; ++c) image_.put32(base + 16 + 4 * c, c);
-    image_.put32(base + 16 + 4 * 3, 10000);
-    image_.put32(base + 16 + 4 * 4, 10001);
-    image_.put32(base + 144, 7);
-    image_.put32(base + 148, 100);
-    image_.put32(base + 152, 50);
-    image_.put32(base + 156, 3);
-    image_.put64(base + 160, 1048577);
-    image_.put8(base + 168, 0);
-    image_.put64(base + 176, 1709622489);  // 2024-03-05 07:08:09
-    image_.put8(base + 184, 0x11);
-    image_.put8(base + 262, 0x22);
+    putIndexDimensions(image_, base, 7, 100, 50);
+    putRecord(image_, base,
+              {{7, "\x01\xA0\xA1\xA2\xA3\xA4\xA5\xA6\xA7"}, {28, le(10000, 4)},
+               {32, le(10001, 4)}, {156, le(3, 4)}, {160, le(1048577, 8)},
+               {176, le(1709622489, 8)},  // 2024-03-05 07:08:09
+               {184, "\x11"}, {262, "\x22"}});
   }
-
-  TempDir dir_;
-  CardImage image_;
 };
-
-std::string channelLines() {
-  std::string text;
-  for (int c = 1; c <= 32; ++c) {
-    char line[64];
-    if (c == 5) {
-      std::snprintf(line, sizeof line, "  Channel %02d: \x1b[31m10001\x1b[0m\n", c);
-    } else {
-      std::snprintf(line, sizeof line, "  Channel %02d: %d\n", c,
-                    c == 4 ? 10000 : c - 1);
-    }
-    text += line;
-  }
-  return text;
-}
-
-std::string reserved2Dump() {
-  std::string text = "\x1b[36m\n0000: 11 ";
-  for (int i = 1; i < 79; ++i) {
-    if (i % 16 == 0) {
-      char head[16];
-      std::snprintf(head, sizeof head, "\n%04X: ", i);
-      text += head;
-    }
-    text += i == 78 ? "22 " : "00 ";
-  }
-  return text + "\x1b[0m\n";
-}
 
 TEST_F(IndexFileHeadTest, PrintsEveryFieldOfAValidHeader) {
   writeHeader(kCard2GRec);
-  const RunResult r = run("maintain recIndexFileHead\n");
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.err, "");
-  const std::string expected =
-      "targetOffset        : \x1b[32m51328\x1b[0m\n"
-      "\n<TS>\n"
-      "\x1b[35m=== tr_IndexFileHead ===\n\x1b[0m"
-      "Magic Word          : \x1b[32mIDX_01\x1b[0m\n"
-      "File Type           : \x1b[32mAV\x1b[0m\n"
-      "\x1b[34mWrite File Indexes:\n\x1b[0m" +
-      channelLines() +
-      "Max File Number     : \x1b[32m7\x1b[0m\n"
-      "Max Data Number     : \x1b[32m100\x1b[0m\n"
-      "Max Aux Number      : \x1b[32m50\x1b[0m\n"
-      "Aux Number          : \x1b[32m3\x1b[0m\n"
-      "File Size           : \x1b[32m1.00 MB\x1b[0m\n"
-      "Exception Flag      : \x1b[32mNormal\x1b[0m\n"
-      "utc startTime       : \x1b[32m2024-03-05 07:08:09\x1b[0m\n"
-      "\x1b[36m\nReserved Fields Hex Dump:\x1b[0m"
-      "\x1b[36m\n0000: A0 A1 A2 A3 A4 A5 A6 A7 \x1b[0m\n" +
-      reserved2Dump() + "\x1b[35m===========END==========\n\x1b[0m";
-  EXPECT_EQ(maskTimestamps(commandOutput(r.out)), expected);
-}
-
-TEST_F(IndexFileHeadTest, EachSelectorReadsItsOwnIndexFile) {
-  const std::pair<const char*, uint64_t> files[] = {
-      {"recIndexFileHead", kCard2GRec},
-      {"recBackUpIndexFileHead", kCard2GRecBackUp},
-      {"picIndexFileHead", kCard2GPic},
-      {"picBackUpIndexFileHead", kCard2GPicBackUp}};
-  uint32_t marker = 11;
-  for (const auto& file : files) image_.put32(file.second + 144, marker++);
-  marker = 11;
-  for (const auto& file : files) {
-    const RunResult r = run(std::string("maintain ") + file.first + "\n");
-    const std::string out = commandOutput(r.out);
-    EXPECT_NE(out.find("targetOffset        : \x1b[32m" +
-                       std::to_string(file.second) + "\x1b[0m\n"),
-              std::string::npos)
-        << file.first;
-    EXPECT_NE(out.find("Max File Number     : \x1b[32m" +
-                       std::to_string(marker++) + "\x1b[0m\n"),
-              std::string::npos)
-        << file.first;
-  }
+  EXPECT_EQ(print("recIndexFileHead"), golden("index_file_head_full.txt"));
 }
 
 TEST_F(IndexFileHeadTest, DamageChangesColoursNotLines) {
   writeHeader(kCard2GPic);
-  image_.put(kCard2GPic, "\0\0\0\0\0\0\0", 7);  // marked abnormal
-  image_.put8(kCard2GPic + 7, 3);
-  image_.put8(kCard2GPic + 168, 255);
-  image_.put64(kCard2GPic + 160, 1024);
-  const std::string out =
-      commandOutput(run("maintain picIndexFileHead\n").out);
-  EXPECT_NE(out.find("Magic Word          : \x1b[31m\x1b[0m\n"), std::string::npos);
-  EXPECT_NE(out.find("File Type           : \x1b[32mUnknown\x1b[0m\n"), std::string::npos);
-  EXPECT_NE(out.find("Exception Flag      : \x1b[31mAbnormal\x1b[0m\n"), std::string::npos);
-  EXPECT_NE(out.find("File Size           : \x1b[32m1024 Bytes\x1b[0m\n"), std::string::npos);
+  putRecord(image_, kCard2GPic,  // no magic word: marked abnormal
+            {{0, std::string("\0\0\0\0\0\0\0\x03", 8)}, {160, le(1024, 8)}, {168, "\xFF"}});
+  const std::string out = print("picIndexFileHead");
+  EXPECT_TRUE(has(out, fieldLine("Magic Word", "", kTestRed)));
+  EXPECT_TRUE(has(out, fieldLine("File Type", "Unknown")));
+  EXPECT_TRUE(has(out, fieldLine("Exception Flag", "Abnormal", kTestRed)));
+  EXPECT_TRUE(has(out, fieldLine("File Size", "1024 Bytes")));
 }
 
 TEST_F(IndexFileHeadTest, HeaderCrossingOrAtTheDeviceEndIsNotPrinted) {
-  // On a card this small the record index file starts 100 bytes before the
-  // end; on the second exactly at the end.
-  CardImage crossing(dir_.file("crossing.img"), 51428);
-  RunResult r = runConsole("maintain recIndexFileHead\n",
-                           {{"TRELLIS_DEVICE", crossing.path()}});
-  EXPECT_EQ(commandOutput(r.out), "targetOffset        : \x1b[32m51328\x1b[0m\n");
-  EXPECT_EQ(maskTimestamps(r.err),
-            "<TS> \x1b[31mINCOMPLETE READ\x1b[0m\n"
-            "  Device: " + crossing.path() + "\n"
-            "  Expected: 264 bytes\n"
-            "  Actual: 100 bytes\n\n");
-
-  CardImage atEnd(dir_.file("at-end.img"), 51328);
-  r = runConsole("maintain recIndexFileHead\n", {{"TRELLIS_DEVICE", atEnd.path()}});
-  EXPECT_EQ(commandOutput(r.out), "targetOffset        : \x1b[32m51328\x1b[0m\n");
-  EXPECT_EQ(maskTimestamps(r.err),
-            "<TS> \x1b[31mREAD FAILED\x1b[0m\n"
-            "  Device: " + atEnd.path() + "\n"
-            "  Requested: 264 bytes\n"
-            "  Error: Success (0)\n\n");
+  // The record index file starts 100 bytes before the end of the first
+  // card, exactly at the end of the second.
+  for (const uint64_t size : {51428, 51328}) {
+    CardImage card(dir_.file("short.img"), size);
+    const RunResult r = runOn(card, "recIndexFileHead");
+    EXPECT_EQ(r.out, fieldLine("targetOffset", "51328"));
+    const std::string device = "\x1b[0m\n  Device: " + card.path();
+    EXPECT_EQ(r.err, size == 51428 ? "<TS> \x1b[31mINCOMPLETE READ" + device +
+                                         "\n  Expected: 264 bytes\n  Actual: 100 bytes\n\n"
+                                   : "<TS> \x1b[31mREAD FAILED" + device +
+                                         "\n  Requested: 264 bytes\n  Error: Success (0)\n\n");
+  }
 }
+
+// A number the header does not admit is refused before any record is
+// read. The header given is the only one on the card; all zeros stands for
+// a blank one.
+struct Refusal {
+  const char* command;
+  uint64_t base;
+  uint32_t maxFile, maxSegment, maxAux;
+  const char* number;
+  const char* bound;
+};
+void PrintTo(const Refusal& c, std::ostream* os) { *os << c.command; }
+
+class NumberCheckTest : public CardTest, public testing::WithParamInterface<Refusal> {};
+
+TEST_P(NumberCheckTest, RefusesWithTheNumberAndItsBound) {
+  const Refusal& c = GetParam();
+  if (c.maxFile + c.maxSegment + c.maxAux != 0) {
+    putIndexDimensions(image_, c.base, c.maxFile, c.maxSegment, c.maxAux);
+  }
+  const RunResult r = runOn(image_, c.command);
+  EXPECT_EQ(r.out, "");
+  const std::string number = c.number;
+  EXPECT_EQ(r.err, "<TS> \x1b[31m" + number.substr(0, number.find(':')) +
+                       " INVALID\x1b[0m\n " + number + "\n " + c.bound + "\n");
+}
+
+const Refusal kRefusals[] = {
+    {"recDataFileHead 0", kCard2GRec, 5, 100, 100, "fileNum: 0", "maxFileNum: 5"},
+    {"recDataFileHead 6", kCard2GRec, 5, 100, 100, "fileNum: 6", "maxFileNum: 5"},
+    {"recDataFileHead -1", kCard2GRec, 5, 100, 100, "fileNum: -1", "maxFileNum: 5"},
+    {"picBackUpDataFileHead 1", kCard2GPicBackUp, 0, 0, 0, "fileNum: 1", "maxFileNum: 0"},
+    // The file number is checked first.
+    {"recDataFileInfo 0 0", kCard2GRec, 3, 100, 0, "fileNum: 0", "maxFileNum: 3"},
+    {"recDataFileInfo 1 0", kCard2GRec, 3, 100, 0, "segmentNum: 0", "maxSegmentNum: 100"},
+    {"recDataFileInfo 1 101", kCard2GRec, 3, 100, 0, "segmentNum: 101", "maxSegmentNum: 100"},
+    {"recIndexAuxHead 0", kCard2GRec, 1, 1, 3, "auxNum: 0", "maxAuxNumber: 3"},
+    {"recIndexAuxHead 4", kCard2GRec, 1, 1, 3, "auxNum: 4", "maxAuxNumber: 3"},
+    {"recBackUpIndexAuxHead 1", kCard2GRecBackUp, 0, 0, 0, "auxNum: 1", "maxAuxNumber: 0"},
+    // A header claiming more auxiliaries than the region holds is held to 100.
+    {"picIndexAuxHead 101", kCard2GPic, 1, 1, 200, "auxNum: 101", "maxAuxNumber: 100"},
+    {"recIndexFileAux 101 1", kCard2GRec, 1, 1, 150, "auxNum: 101", "maxAuxNumber: 100"},
+    {"recIndexFileAux -1 1", kCard2GRec, 1, 1, 100, "auxNum: -1", "maxAuxNumber: 100"},
+    {"recIndexFileAux 51 1", kCard2GRec, 1, 1, 50, "auxNum: 51", "maxAuxNumber: 50"},
+    {"recIndexFileAux 1 0", kCard2GRec, 1, 1, 100, "ctxNum: 0", "maxCtxNum: 100"},
+    {"recIndexFileAux 1 101", kCard2GRec, 1, 1, 1, "ctxNum: 101", "maxCtxNum: 100"},
+};
+
+INSTANTIATE_TEST_SUITE_P(EveryCheck, NumberCheckTest, testing::ValuesIn(kRefusals));
 
 }  // namespace
 }  // namespace test
