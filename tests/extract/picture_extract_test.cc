@@ -1,3 +1,6 @@
+// Saving one picture of a picture segment: which pictures exist, where each
+// lies, and every failure leaving no picture file behind (or the part a
+// failing write got out), with every stream and buffer given back.
 #include "extract/picture_extract.h"
 
 #include <gtest/gtest.h>
@@ -5,8 +8,8 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <ostream>
 #include <string>
-#include <vector>
 
 #include "tests/support/media_seams.h"
 #include "tests/support/test_support.h"
@@ -15,183 +18,144 @@ namespace tr {
 namespace test {
 namespace {
 
-// Picture index file with maxFileNum 10 and maxSegmentNum 100: segment
-// (3, 12) lies at 21500500 + 264 + 2 x 168032 + 32 + 11 x 1680 = 21855340.
-constexpr uint64_t kSegment = 21855340;
-constexpr char kTarget[] = "targetOffset        : \x1b[32m21855340\x1b[0m\n";
-
 std::string pattern(size_t size) {
   std::string bytes(size, '\0');
-  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i * 7 + i / 251);
+  for (size_t i = 0; i < size; ++i)
+    bytes[i] = static_cast<char>(i * 7 + i / 251);
   return bytes;
 }
 
-class PictureExtractTest : public testing::Test {
- protected:
-  PictureExtractTest()
-      : card_(dir_.file("card.img"), kCard2G), data_(pattern(2000)) {
-    card_.put32(kCard2GPic + 144, 10);
-    card_.put32(kCard2GPic + 148, 100);
-    writeFile(dir_.file("TR00003.picture"), data_);
-    setPictures(1000, 600, {100, 200, 300});
-  }
-  // fragmentOffset at byte 16, fragmentSize at 24, jpgSize of entry k at
-  // 32 + 24k + 16, validNum at 1632.
-  void setPictures(uint64_t offset, uint64_t size,
-                   const std::vector<uint32_t>& sizes, int validNum = -1) {
-    card_.put8(kSegment + 7, 1);
-    card_.put64(kSegment + 16, offset);
-    card_.put64(kSegment + 24, size);
-    for (size_t k = 0; k < sizes.size(); ++k) card_.put32(kSegment + 48 + 24 * k, sizes[k]);
-    card_.put8(kSegment + 1632, static_cast<uint8_t>(validNum < 0 ? sizes.size() : validNum));
-  }
-  RunResult run(const std::string& picNum) {
-    return runConsole("maintain onePic 3 12 " + picNum + "\n",
-                      {{"TRELLIS_DEVICE", card_.path()},
-                       {"TRELLIS_MEDIA_DIR", dir_.path()}});
-  }
-  std::string output(const char* picNum) const {
-    return dir_.file(std::string("00003_0012_") + picNum + ".jpg");
-  }
-  void expectSaved(const char* picNum, size_t at, size_t size) {
-    SCOPED_TRACE(picNum);
-    const RunResult r = run(picNum);
-    EXPECT_EQ(r.err, "");
-    EXPECT_EQ(commandOutput(r.out), kTarget + std::string("[SUCCESS] Saved ") +
-                                        output(picNum) + " (Size: 0.00MB)\n");
-    EXPECT_EQ(readFile(output(picNum)), data_.substr(at, size));
-  }
-  void expectRefused(const std::string& picNum, const std::string& message) {
-    SCOPED_TRACE(picNum);
-    const RunResult r = run(picNum);
-    EXPECT_EQ(commandOutput(r.out), kTarget);
-    EXPECT_EQ(r.err, message);
-  }
+// Picture `picNum` of data file 3, segment 12, whose fragment holds
+// pictures of 100, 200 and 300 bytes from byte 1000, after `setUp`.
+using Info = tr_JPGDataFileInfo;
+using Dir = const std::string&;  // the media directory
 
-  TempDir dir_;
-  CardImage card_;
-  std::string data_;
+struct PictureCase {
+  const char* name;
+  uint32_t picNum;
+  void (*setUp)(Info&, SysLedger&, Dir);
+  const char* out;  // "@OUT": the picture file, "@SRC": the data file
+  const char* err;
+  long at;    // where the picture file's bytes lie in the data file;
+  long size;  // -1: no picture file, -2: not read back (/dev/full)
 };
 
-TEST_F(PictureExtractTest, SavesEachPictureFromItsOwnPlace) {
-  expectSaved("01", 1000, 100);
-  expectSaved("03", 1300, 300);  // the last picture, ending at the fragment's end
-  std::vector<uint32_t> sixty(60, 10);
-  setPictures(1000, 600, sixty, 200);
-  expectSaved("60", 1590, 10);
-  setPictures(1000, 599, {100, 200, 300});
-  expectSaved("02", 1100, 200);
-}
+void PrintTo(const PictureCase& row, std::ostream* os) { *os << row.name; }
 
-TEST_F(PictureExtractTest, RefusesPicturesTheSegmentDoesNotHold) {
-  expectRefused("4", "[ERROR] Invalid picNum 4 (valid range: 1-3)\n");
-  expectRefused("0", "[ERROR] Invalid picNum 0 (valid range: 1-3)\n");
-  expectRefused("-1", "[ERROR] Invalid picNum 4294967295 (valid range: 1-3)\n");
-  setPictures(1000, 599, {100, 200, 300});
-  expectRefused("3", "[ERROR] Image 3 exceeds fragment boundary\n");
-  setPictures(1000, 600, {}, 200);  // more pictures claimed than entries exist
-  expectRefused("61", "[ERROR] Invalid picNum 61 (valid range: 1-60)\n");
-  EXPECT_FALSE(fileExists(output("03")));
-  EXPECT_FALSE(fileExists(output("61")));
-  card_.put8(kSegment + 7, 0);
-  EXPECT_EQ(commandOutput(run("1").out),
-            kTarget + std::string("[ERROR] _tr_maintainGetOneJpgToFile This "
-                                  "segment has no data\n"));
-}
+constexpr char kSaved[] = "[SUCCESS] Saved @OUT (Size: 0.00MB)\n";
 
-TEST_F(PictureExtractTest, DataFileFailuresLeaveNoPictureFile) {
-  writeFile(dir_.file("TR00003.picture"), data_.substr(0, 1500));
-  expectRefused("3", "[ERROR] Read incomplete (200/300 bytes)\n");
-  setPictures(9223372036854775808ULL, 600, {100, 200, 300});
-  expectRefused("1", "[ERROR] Seek failed @ 0x8000000000000000 (errno 22)\n");
-  setPictures(18446744073709551566ULL, 600, {100, 200, 300});  // 2^64 - 50
-  expectRefused("2", "[ERROR] Seek failed @ 0xffffffffffffffff (errno 75)\n");
-  EXPECT_FALSE(fileExists(output("01")));
-  EXPECT_FALSE(fileExists(output("02")));
-  EXPECT_FALSE(fileExists(output("03")));
-
-  setPictures(1000, 600, {100, 200, 300});
-  ASSERT_EQ(mkdir(output("01").c_str(), 0755), 0);
-  expectRefused("1", "[ERROR] Failed to create " + output("01") + " (errno 21)\n");
-  ASSERT_EQ(symlink("/dev/full", output("02").c_str()), 0);
-  expectRefused("2", "[ERROR] Write incomplete (0/200 bytes)\n");
-  unlink(dir_.file("TR00003.picture").c_str());
-  expectRefused("1", "[ERROR] Failed to open source file: " +
-                         dir_.file("TR00003.picture") + "\n");
-}
-
-TEST_F(PictureExtractTest, PictureBeyondFourGiB) {
-  CardImage data(dir_.file("TR00003.picture"), 4294967296ULL + 4096);
-  data.putText(4294967403ULL, data_.substr(0, 200));  // 2^32 + 7 + 100
-  setPictures(4294967296ULL + 7, 600, {100, 200, 300});
-  const RunResult r = run("2");
-  EXPECT_EQ(r.err, "");
-  EXPECT_EQ(readFile(output("02")), data_.substr(0, 200));
-}
-
-// In-process: allocation and close failures, and sizes in the success line.
-class OnePictureTest : public testing::Test {
- protected:
-  OnePictureTest() : media_(dir_.path()) {
-    writeFile(dir_.file("TR00003.picture"), pattern(1600000));
-    std::memset(&info_, 0, sizeof info_);
-    info_.inUse = 1;
-    info_.fragmentSize = 1600000;
-    info_.validNum = 3;
-    info_.imageDetails[0].jpgSize = 300;
-    info_.imageDetails[1].jpgSize = 1048576;
-    info_.imageDetails[2].jpgSize = 500000;
-  }
-  Captured save(uint32_t picNum, int* result) {
-    return capture([&] { *result = _tr_maintainGetOneJpgToFile(&info_, 3, 12, picNum); });
-  }
-  std::string output(const char* picNum) const {
-    return dir_.file(std::string("00003_0012_") + picNum + ".jpg");
-  }
-
-  TempDir dir_;
-  UseMediaDir media_;
-  tr_JPGDataFileInfo info_;
-};
-
-TEST_F(OnePictureTest, SizesShownInMegabytes) {
-  int result = -1;
-  EXPECT_EQ(save(2, &result).out,
-            "[SUCCESS] Saved " + output("02") + " (Size: 1.00MB)\n");
-  EXPECT_EQ(save(3, &result).out,
-            "[SUCCESS] Saved " + output("03") + " (Size: 0.48MB)\n");
-  EXPECT_EQ(result, 0);
-}
-
-TEST_F(OnePictureTest, AllocationAndCloseFailures) {
-  int result = 0;
-  {
-    SysLedger ledger;
-    ledger.failMalloc();
-    Captured c = save(1, &result);
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(c.err, "[ERROR] Alloc 300 bytes failed\n");
-    EXPECT_FALSE(fileExists(output("01")));
-
+const PictureCase kCases[] = {
+    {"First", 1, nullptr, kSaved, "", 1000, 100},
+    {"LastEndsWithTheFragment", 3, nullptr, kSaved, "", 1300, 300},
+    {"SixtiethOfSixty", 60,
+     [](Info& i, SysLedger&, Dir) {
+       i.validNum = 200;
+       for (auto& detail : i.imageDetails) detail.jpgSize = 10;
+     },
+     kSaved, "", 1590, 10},
+    // Sizes are shown in MiB, two decimals: 500000 bytes are 0.48.
+    {"SizeInMegabytes", 2,
+     [](Info& i, SysLedger&, Dir) {
+       i.imageDetails[1].jpgSize = 500000;
+       i.fragmentSize = 500100;
+     },
+     "[SUCCESS] Saved @OUT (Size: 0.48MB)\n", "", 1100, 500000},
     // An empty picture needs no memory, whatever malloc(0) would do.
-    info_.imageDetails[0].jpgSize = 0;
-    c = save(1, &result);
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(c.out, "[SUCCESS] Saved " + output("01") + " (Size: 0.00MB)\n");
-    EXPECT_TRUE(fileExists(output("01")));
-    EXPECT_EQ(readFile(output("01")), "");
-    EXPECT_EQ(ledger.openStreams(), 0);
-  }
+    {"EmptyPicture", 1,
+     [](Info& i, SysLedger& ledger, Dir) {
+       i.imageDetails[0].jpgSize = 0;
+       ledger.failMalloc();
+     },
+     kSaved, "", 1000, 0},
+    {"SegmentNotInUse", 1, [](Info& i, SysLedger&, Dir) { i.inUse = 0; },
+     "[ERROR] _tr_maintainGetOneJpgToFile This segment has no data\n", "", 0,
+     -1},
+    {"PicNumZero", 0, nullptr, "",
+     "[ERROR] Invalid picNum 0 (valid range: 1-3)\n", 0, -1},
+    {"PicNumAboveValidNum", 4, nullptr, "",
+     "[ERROR] Invalid picNum 4 (valid range: 1-3)\n", 0, -1},
+    // validNum counts more pictures than the 60 entries can place.
+    {"PicNumAboveSixty", 61, [](Info& i, SysLedger&, Dir) { i.validNum = 200; },
+     "", "[ERROR] Invalid picNum 61 (valid range: 1-60)\n", 0, -1},
+    {"OneBytePastTheFragment", 3,
+     [](Info& i, SysLedger&, Dir) { i.fragmentSize = 599; }, "",
+     "[ERROR] Image 3 exceeds fragment boundary\n", 0, -1},
+    {"DataFileMissing", 1,
+     [](Info&, SysLedger&, Dir d) { unlink((d + "/TR00003.picture").c_str()); },
+     "", "[ERROR] Failed to open source file: @SRC\n", 0, -1},
+    {"SeekPastTheSignedRange", 1,
+     [](Info& i, SysLedger&, Dir) { i.fragmentOffset = 1ULL << 63; }, "",
+     "[ERROR] Seek failed @ 0x8000000000000000 (errno 22)\n", 0, -1},
+    // 2^64 - 50 + 100 passes the end of the 64-bit range.
+    {"SeekOverflows", 2,
+     [](Info& i, SysLedger&, Dir) { i.fragmentOffset = 0 - 50ULL; }, "",
+     "[ERROR] Seek failed @ 0xffffffffffffffff (errno 75)\n", 0, -1},
+    {"NoMemory", 1, [](Info&, SysLedger& ledger, Dir) { ledger.failMalloc(); },
+     "", "[ERROR] Alloc 100 bytes failed\n", 0, -1},
+    {"DataFileTooShort", 3,
+     [](Info&, SysLedger&, Dir d) {
+       writeFile(d + "/TR00003.picture", pattern(1500));
+     },
+     "", "[ERROR] Read incomplete (200/300 bytes)\n", 0, -1},
+    {"OutputCannotBeCreated", 1,
+     [](Info&, SysLedger&, Dir d) {
+       mkdir((d + "/00003_0012_01.jpg").c_str(), 0755);
+     },
+     "", "[ERROR] Failed to create @OUT (errno 21)\n", 0, -1},
+    {"FullFileSystem", 2,
+     [](Info&, SysLedger&, Dir d) {
+       ASSERT_EQ(symlink("/dev/full", (d + "/00003_0012_02.jpg").c_str()), 0);
+     },
+     "", "[ERROR] Write incomplete (0/200 bytes)\n", 0, -2},
+    {"WriteFallsShort", 2,
+     [](Info&, SysLedger& ledger, Dir) { ledger.shortFwrite(1, 150); }, "",
+     "[ERROR] Write incomplete (150/200 bytes)\n", 1100, 150},
+    {"OutputCloseFails", 3,
+     [](Info&, SysLedger& ledger, Dir) { ledger.failOutputClose(); }, "",
+     "[ERROR] Write incomplete (300/300 bytes)\n", 1300, 300},
+};
+
+class PictureTest : public testing::TestWithParam<PictureCase> {};
+
+TEST_P(PictureTest, SavesOnlyAPictureTheSegmentHolds) {
+  const PictureCase& row = GetParam();
+  TempDir dir;
+  UseMediaDir media(dir.path());
+  const std::string data = pattern(1000 + 500100);
+  writeFile(dir.file("TR00003.picture"), data);
+  Info info{};
+  info.inUse = 1;
+  info.fragmentOffset = 1000;
+  info.fragmentSize = 600;
+  info.validNum = 3;
+  info.imageDetails[0].jpgSize = 100;
+  info.imageDetails[1].jpgSize = 200;
+  info.imageDetails[2].jpgSize = 300;
+  const std::string output =
+      dir.file(formatString("00003_0012_%02u.jpg", row.picNum));
   SysLedger ledger;
-  ledger.failOutputClose();
-  info_.imageDetails[0].jpgSize = 300;
-  const Captured c = save(1, &result);
-  EXPECT_EQ(result, -1);
-  EXPECT_EQ(c.out, "");
-  EXPECT_EQ(c.err, "[ERROR] Write incomplete (300/300 bytes)\n");
+  if (row.setUp != nullptr) row.setUp(info, ledger, dir.path());
+
+  int result = 0;
+  const Captured c = capture(
+      [&] { result = _tr_maintainGetOneJpgToFile(&info, 3, 12, row.picNum); });
+  const std::string source = dir.file("TR00003.picture");
+  EXPECT_EQ(c.out, withPaths(row.out, source, output));
+  EXPECT_EQ(c.err, withPaths(row.err, source, output));
+  EXPECT_EQ(result, std::strncmp(row.out, "[SUCCESS]", 9) == 0 ? 0 : -1);
+  if (row.size == -1) {
+    EXPECT_FALSE(isRegularFile(output));
+  } else if (row.size >= 0) {
+    EXPECT_TRUE(readFile(output) == data.substr(row.at, row.size));
+  }
   EXPECT_EQ(ledger.openStreams(), 0);
   EXPECT_EQ(ledger.liveBlocks(), 0);
 }
+
+INSTANTIATE_TEST_SUITE_P(Cases, PictureTest, testing::ValuesIn(kCases),
+                         [](const testing::TestParamInfo<PictureCase>& p) {
+                           return std::string(p.param.name);
+                         });
 
 }  // namespace
 }  // namespace test

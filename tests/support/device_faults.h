@@ -1,6 +1,6 @@
-// Helpers for the tests of the commands that write to the device: a whole
-// image compared byte by byte, the diagnostic blocks as they must read, and
-// a device whose n-th open, seek, read, write or close fails while every
+// Helpers for the tests of the commands that write to the device: images
+// compared byte by byte, the diagnostic blocks as they must read, and a
+// device whose n-th open, seek, read, write or close fails while every
 // other call reaches the real image file.
 #ifndef TRELLIS_TESTS_SUPPORT_DEVICE_FAULTS_H_
 #define TRELLIS_TESTS_SUPPORT_DEVICE_FAULTS_H_
@@ -16,40 +16,25 @@
 namespace tr {
 namespace test {
 
-// The whole file in one read; readFile() is slow on images of tens of MB.
-std::string wholeImage(const std::string& path);
-
-// Offset -> (byte before, byte after) of every byte that differs (the first
-// 4096 at most). Images of different sizes get an entry at the shorter
-// size with -1 for the missing byte.
+// Offset -> (byte before, byte after) of every byte that differs (about the
+// first 4096). Images of different sizes get an entry at the shorter size
+// with -1 for the missing byte.
 using ByteChanges = std::map<uint64_t, std::pair<int, int>>;
 ByteChanges changedBytes(const std::string& before, const std::string& after);
-// The changes that turn `from` into `to` at `offset` (equal bytes omitted).
-ByteChanges textChange(uint64_t offset, const std::string& from,
-                       const std::string& to);
-// `a` with the entries of `b` added.
-ByteChanges merged(ByteChanges a, const ByteChanges& b);
 
-// A golden diagnostic text with "@DEV" replaced by `device` and "@FD" by
-// `fd`, for tables written before the image path is known.
-std::string expandBlock(const char* golden, const std::string& device, int fd);
+// `text` with "@DEV" replaced by `device` and "@FD" by `fd`, for expected
+// blocks written before the image path and the descriptor are known.
+std::string expandBlock(std::string text, const std::string& device, int fd);
 
 // Expected diagnostic blocks, with "<TS>" for the masked timestamp.
-std::string openFailedBlock(const std::string& device,
-                            const std::string& error);
+using Text = const std::string&;
+std::string openFailedBlock(Text device, Text error);
 // `offset` empty: the block has no Offset line.
-std::string seekFailedBlock(const std::string& title,
-                            const std::string& device,
-                            const std::string& offset,
-                            const std::string& error);
-std::string nothingMovedBlock(const std::string& title,
-                              const std::string& device, size_t size,
-                              const std::string& error);
-std::string shortTransferBlock(const std::string& title,
-                               const std::string& device, size_t size,
+std::string seekFailedBlock(Text title, Text device, Text offset, Text error);
+std::string nothingMovedBlock(Text title, Text device, size_t size, Text error);
+std::string shortTransferBlock(Text title, Text device, size_t size,
                                long actual);
-std::string closeWarningBlock(const std::string& device, int fd,
-                              const std::string& warning);
+std::string closeWarningBlock(Text device, int fd, Text warning);
 
 enum class SysCall { kNone, kOpen, kSeek, kRead, kWrite, kClose };
 

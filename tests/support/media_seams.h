@@ -26,20 +26,29 @@ class UseMediaDir {
   std::string saved_;
 };
 
+// `text` with "@SRC" replaced by `source` and "@OUT" by `output`, for
+// expected messages written before the paths are known.
+std::string withPaths(std::string text, const std::string& source,
+                      const std::string& output);
+// A regular file, not a directory, a link or nothing.
+bool isRegularFile(const std::string& path);
+
 // Counts fopen/fclose and malloc/free through tr::sys, records what each
 // fread and malloc asked for, and fails the calls a test selects. Only one
 // ledger may be alive at a time; tr::sys is restored at scope end.
 class SysLedger {
  public:
   SysLedger();
-  ~SysLedger();
   SysLedger(const SysLedger&) = delete;
   SysLedger& operator=(const SysLedger&) = delete;
 
   // Every malloc returns null (ENOMEM).
   void failMalloc();
-  // Every fread returns 0 with `error` in errno, the stream not at its end.
-  void failFread(int error);
+  // From the `from`-th fread on (counted from 1), fread returns 0 with
+  // `error` in errno, the stream not at its end.
+  void failFread(int error, int from = 1);
+  // The `call`-th fwrite writes at most `count` items, then reports ENOSPC.
+  void shortFwrite(int call, size_t count);
   // Closing a stream opened for writing closes it, then reports EIO.
   void failOutputClose();
 

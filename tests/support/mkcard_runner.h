@@ -19,12 +19,10 @@ RunResult runMkcard(const std::vector<std::string>& args);
 std::string readAt(const std::string& path, uint64_t offset, size_t count);
 
 // `value` as `width` little-endian bytes, to build expected records from
-// literals.
+// literals; and the little-endian number of `width` bytes at `at` (bytes
+// past the end read as zero, so a short image fails the comparison).
 std::string leBytes(uint64_t value, size_t width);
-
-// Little-endian numbers of `bytes` at `at`, for checks against literals.
-uint64_t le64(const std::string& bytes, size_t at);
-uint32_t le32(const std::string& bytes, size_t at);
+uint64_t le(const std::string& bytes, size_t at, size_t width = 8);
 
 // Bytes allocated to a file on disk (its sparse size).
 uint64_t allocatedBytes(const std::string& path);
