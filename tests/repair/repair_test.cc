@@ -352,40 +352,32 @@ INSTANTIATE_TEST_SUITE_P(Switch, RepairFaultTest,
 // A device the user may read but not write: every writing command fails at
 // its open and the card stays as it was. Root opens a read-only file for
 // writing all the same, so the console runs as the unprivileged user 65534
-// on a 4 MiB image it can only read.
+// on an image it can only read.
 TEST(ReadOnlyDeviceTest, EveryWritingCommandFailsAtTheOpenAndChangesNothing) {
   constexpr uid_t kNobody = 65534;
-  TempDir dir;
-  // Traversable, not listable or writable, for the unprivileged user.
+  TempDir dir;  // traversable, not listable or writable, for that user
   ASSERT_EQ(::chmod(dir.path().c_str(), 0711), 0);
-  CardImage image(dir.file("card.img"), 4194304);
-  image.putText(51328, std::string("IDX_01\0", 7));
-  image.put32(51328 + 152, 50);
-  image.putText(51200, "TR_V001");
+  CardImage image(dir.file("card.img"), kCard2G);
+  fillCard(image, 50);
   ASSERT_EQ(::chmod(image.path().c_str(), 0444), 0);
-  const std::string before = image.read(0, 4194304);
-  TempDir io;  // root's only: the child opens these before it drops root
-  writeFile(io.file("in"),
-            "maintain recException\nmaintain picBackUpNormal\n"
-            "maintain recChangeAuxCtxNum 1 1\nmaintain memsetTrellisHead\n");
-  const std::vector<std::string> command =
-      wrappedCommand({TRELLIS_MAINTAIN_BIN});
+  const std::string before = image.read(0, kLayoutEnd);
+  TempDir io;  // where the unprivileged child leaves what the console said
+  ASSERT_EQ(::chmod(io.path().c_str(), 0777), 0);
   const pid_t pid = fork();
   if (pid == 0) {
-    const int fds[] = {
-        ::open(io.file("in").c_str(), O_RDONLY),
-        ::open(io.file("out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644),
-        ::open(io.file("err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644)};
-    for (int fd = 0; fd < 3; ++fd) {
-      if (fds[fd] < 0 || dup2(fds[fd], fd) < 0) _exit(126);
-    }
     if (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 ||
         setuid(kNobody) != 0) {
       _exit(90);
     }
     if (::open(image.path().c_str(), O_RDWR) >= 0) _exit(91);
     if (::access(TRELLIS_MAINTAIN_BIN, X_OK) != 0) _exit(92);
-    execWithEnv(command, {{"TRELLIS_DEVICE", image.path()}});
+    const RunResult r = runConsole(
+        "maintain recException\nmaintain picBackUpNormal\n"
+        "maintain recChangeAuxCtxNum 1 1\nmaintain memsetTrellisHead\n",
+        {{"TRELLIS_DEVICE", image.path()}});
+    writeFile(io.file("out"), r.out);
+    writeFile(io.file("err"), r.err);
+    _exit(r.status);
   }
   int status = 0;
   ASSERT_EQ(waitpid(pid, &status, 0), pid);
@@ -398,14 +390,14 @@ TEST(ReadOnlyDeviceTest, EveryWritingCommandFailsAtTheOpenAndChangesNothing) {
   EXPECT_EQ(WEXITSTATUS(status), 0);
   // Start-up could read the device, so the layout is the card's own.
   const std::string out = readFile(io.file("out"));
-  EXPECT_NE(out.find("deviceSize          : \x1b[32m4194304\x1b[0m\n"),
+  EXPECT_NE(out.find("deviceSize          : \x1b[32m2147483648\x1b[0m\n"),
             std::string::npos);
   EXPECT_EQ(commandOutput(out), "");
   const std::string block =
       openFailedBlock(image.path(), "Permission denied (13)");
   EXPECT_EQ(maskTimestamps(readFile(io.file("err"))),
             block + block + block + block);
-  EXPECT_EQ(changedBytes(before, image.read(0, 4194304)), ByteChanges());
+  EXPECT_EQ(changedBytes(before, image.read(0, kLayoutEnd)), ByteChanges());
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 #include "tests/support/media_seams.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -91,11 +89,6 @@ std::string withPaths(std::string text, const std::string& source,
     if (at != std::string::npos) text.replace(at, 4, fill.second);
   }
   return text;
-}
-
-bool isRegularFile(const std::string& path) {
-  struct stat st;
-  return ::lstat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
 }
 
 UseMediaDir::UseMediaDir(const std::string& dir) : saved_(mediaPath("")) {

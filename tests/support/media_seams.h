@@ -30,8 +30,6 @@ class UseMediaDir {
 // expected messages written before the paths are known.
 std::string withPaths(std::string text, const std::string& source,
                       const std::string& output);
-// A regular file, not a directory, a link or nothing.
-bool isRegularFile(const std::string& path);
 
 // Counts fopen/fclose and malloc/free through tr::sys, records what each
 // fread and malloc asked for, and fails the calls a test selects. Only one

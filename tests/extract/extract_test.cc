@@ -1,19 +1,20 @@
-// Copying a record or picture segment out of its data file: exactly its
-// bytes through one 4 MiB buffer, and every way the copy can fail, with the
-// messages, the result, what is left of the output file, and every stream
-// and buffer given back.
-#include "extract/segment_extract.h"
-
+// Copying media out of the data files: a record or picture segment exactly
+// through one 4 MiB buffer, or one picture of a picture segment; and every
+// way either can fail, with the messages, the result, what is left of the
+// output file, and every stream and buffer given back.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <ostream>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "extract/picture_extract.h"
+#include "extract/segment_extract.h"
 #include "tests/support/media_seams.h"
 #include "tests/support/test_support.h"
 
@@ -40,14 +41,14 @@ struct SegmentKind {
   const char* noData;
 };
 
-void PrintTo(const SegmentKind& kind, std::ostream* os) { *os << kind.name; }
-
 const SegmentKind kKinds[] = {
     {"Record", false, "TR00005.mp4", "00005_0009.mp4",
      "[ERROR] _tr_maintainGetRecDataToFile This segment has no data\n"},
     {"Picture", true, "TR00005.picture", "00005_0009.jpg",
      "[ERROR] _tr_maintainGetJpgDataToFile This segment has no data\n"},
 };
+
+void PrintTo(const SegmentKind& kind, std::ostream* os) { *os << kind.name; }
 
 // Segment 9 of data file 5, extracted in process.
 int extract(const SegmentKind& kind, uint8_t inUse, uint64_t start,
@@ -115,7 +116,7 @@ struct CopyFault {
   void (*setUp)(SysLedger&, Out);
   const char* err;  // "@SRC": the data file, "@OUT": the output
   long kept;        // bytes of the segment in the output; -1: no output file,
-                    // -2: not read back (/dev/full)
+                    // -2: not looked at (a directory, /dev/full)
   uint8_t inUse = 1;
 };
 
@@ -129,7 +130,7 @@ const CopyFault kFaults[] = {
      "[ERROR] Seek failed at offset 9223372036854775808\n", -1},
     {"OutputCannotBeCreated", 100, 10,
      [](SysLedger&, Out out) { mkdir(out.c_str(), 0755); },
-     "[ERROR] Failed to create output file: @OUT\n", -1},
+     "[ERROR] Failed to create output file: @OUT\n", -2},
     // An older copy is emptied all the same.
     {"NoMemory", 100, 10,
      [](SysLedger& ledger, Out out) {
@@ -182,7 +183,7 @@ TEST_P(SegmentFaultTest, ReportsItAndKeepsWhatWasCopied) {
   EXPECT_EQ(c.out, row.inUse == 0 ? kind.noData : "");
   EXPECT_EQ(c.err, withPaths(row.err, source, output));
   if (row.kept == -1) {
-    EXPECT_FALSE(isRegularFile(output));
+    EXPECT_FALSE(fileExists(output));
   } else if (row.kept >= 0) {
     EXPECT_TRUE(readFile(output) == data.substr(100, row.kept));
   }
@@ -197,6 +198,136 @@ INSTANTIATE_TEST_SUITE_P(
       return std::string(std::get<0>(p.param).name) + "_" +
              std::get<1>(p.param).name;
     });
+
+// Picture `picNum` of data file 3, segment 12, whose fragment holds
+// pictures of 100, 200 and 300 bytes from byte 1000, after `setUp`.
+using Info = tr_JPGDataFileInfo;
+using Dir = const std::string&;  // the media directory
+
+struct PictureCase {
+  const char* name;
+  uint32_t picNum;
+  void (*setUp)(Info&, SysLedger&, Dir);
+  const char* out;  // "@OUT": the picture file, "@SRC": the data file
+  const char* err;
+  long at;    // where the picture file's bytes lie in the data file;
+  long size;  // -1: no picture file, -2: not looked at (a directory, /dev/full)
+};
+
+void PrintTo(const PictureCase& row, std::ostream* os) { *os << row.name; }
+
+constexpr char kSaved[] = "[SUCCESS] Saved @OUT (Size: 0.00MB)\n";
+
+const PictureCase kCases[] = {
+    {"First", 1, nullptr, kSaved, "", 1000, 100},
+    {"LastEndsWithTheFragment", 3, nullptr, kSaved, "", 1300, 300},
+    {"SixtiethOfSixty", 60,
+     [](Info& i, SysLedger&, Dir) {
+       i.validNum = 200;
+       for (auto& detail : i.imageDetails) detail.jpgSize = 10;
+     },
+     kSaved, "", 1590, 10},
+    // Sizes are shown in MiB, two decimals: 500000 bytes are 0.48.
+    {"SizeInMegabytes", 2,
+     [](Info& i, SysLedger&, Dir) {
+       i.imageDetails[1].jpgSize = 500000;
+       i.fragmentSize = 500100;
+     },
+     "[SUCCESS] Saved @OUT (Size: 0.48MB)\n", "", 1100, 500000},
+    // An empty picture needs no memory, whatever malloc(0) would do.
+    {"EmptyPicture", 1,
+     [](Info& i, SysLedger& ledger, Dir) {
+       i.imageDetails[0].jpgSize = 0;
+       ledger.failMalloc();
+     },
+     kSaved, "", 1000, 0},
+    {"SegmentNotInUse", 1, [](Info& i, SysLedger&, Dir) { i.inUse = 0; },
+     "[ERROR] _tr_maintainGetOneJpgToFile This segment has no data\n", "", 0,
+     -1},
+    {"PicNumZero", 0, nullptr, "",
+     "[ERROR] Invalid picNum 0 (valid range: 1-3)\n", 0, -1},
+    {"PicNumAboveValidNum", 4, nullptr, "",
+     "[ERROR] Invalid picNum 4 (valid range: 1-3)\n", 0, -1},
+    // validNum counts more pictures than the 60 entries can place.
+    {"PicNumAboveSixty", 61, [](Info& i, SysLedger&, Dir) { i.validNum = 200; },
+     "", "[ERROR] Invalid picNum 61 (valid range: 1-60)\n", 0, -1},
+    {"OneBytePastTheFragment", 3,
+     [](Info& i, SysLedger&, Dir) { i.fragmentSize = 599; }, "",
+     "[ERROR] Image 3 exceeds fragment boundary\n", 0, -1},
+    {"DataFileMissing", 1,
+     [](Info&, SysLedger&, Dir d) { unlink((d + "/TR00003.picture").c_str()); },
+     "", "[ERROR] Failed to open source file: @SRC\n", 0, -1},
+    {"SeekPastTheSignedRange", 1,
+     [](Info& i, SysLedger&, Dir) { i.fragmentOffset = 1ULL << 63; }, "",
+     "[ERROR] Seek failed @ 0x8000000000000000 (errno 22)\n", 0, -1},
+    // 2^64 - 50 + 100 passes the end of the 64-bit range.
+    {"SeekOverflows", 2,
+     [](Info& i, SysLedger&, Dir) { i.fragmentOffset = 0 - 50ULL; }, "",
+     "[ERROR] Seek failed @ 0xffffffffffffffff (errno 75)\n", 0, -1},
+    {"NoMemory", 1, [](Info&, SysLedger& ledger, Dir) { ledger.failMalloc(); },
+     "", "[ERROR] Alloc 100 bytes failed\n", 0, -1},
+    {"DataFileTooShort", 3,
+     [](Info&, SysLedger&, Dir d) {
+       writeFile(d + "/TR00003.picture", pattern(1500, 3));
+     },
+     "", "[ERROR] Read incomplete (200/300 bytes)\n", 0, -1},
+    {"OutputCannotBeCreated", 1,
+     [](Info&, SysLedger&, Dir d) {
+       mkdir((d + "/00003_0012_01.jpg").c_str(), 0755);
+     },
+     "", "[ERROR] Failed to create @OUT (errno 21)\n", 0, -2},
+    {"FullFileSystem", 2,
+     [](Info&, SysLedger&, Dir d) {
+       ASSERT_EQ(symlink("/dev/full", (d + "/00003_0012_02.jpg").c_str()), 0);
+     },
+     "", "[ERROR] Write incomplete (0/200 bytes)\n", 0, -2},
+    {"WriteFallsShort", 2,
+     [](Info&, SysLedger& ledger, Dir) { ledger.shortFwrite(1, 150); }, "",
+     "[ERROR] Write incomplete (150/200 bytes)\n", 1100, 150},
+    {"OutputCloseFails", 3,
+     [](Info&, SysLedger& ledger, Dir) { ledger.failOutputClose(); }, "",
+     "[ERROR] Write incomplete (300/300 bytes)\n", 1300, 300},
+};
+
+using PictureTest = MediaTest<PictureCase>;
+
+TEST_P(PictureTest, SavesOnlyAPictureTheSegmentHolds) {
+  const PictureCase& row = GetParam();
+  const std::string data = pattern(1000 + 500100, 3);
+  writeFile(dir_.file("TR00003.picture"), data);
+  Info info{};
+  info.inUse = 1;
+  info.fragmentOffset = 1000;
+  info.fragmentSize = 600;
+  info.validNum = 3;
+  info.imageDetails[0].jpgSize = 100;
+  info.imageDetails[1].jpgSize = 200;
+  info.imageDetails[2].jpgSize = 300;
+  const std::string output =
+      dir_.file(formatString("00003_0012_%02u.jpg", row.picNum));
+  SysLedger ledger;
+  if (row.setUp != nullptr) row.setUp(info, ledger, dir_.path());
+
+  int result = 0;
+  const Captured c = capture(
+      [&] { result = _tr_maintainGetOneJpgToFile(&info, 3, 12, row.picNum); });
+  const std::string source = dir_.file("TR00003.picture");
+  EXPECT_EQ(c.out, withPaths(row.out, source, output));
+  EXPECT_EQ(c.err, withPaths(row.err, source, output));
+  EXPECT_EQ(result, std::strncmp(row.out, "[SUCCESS]", 9) == 0 ? 0 : -1);
+  if (row.size == -1) {
+    EXPECT_FALSE(fileExists(output));
+  } else if (row.size >= 0) {
+    EXPECT_TRUE(readFile(output) == data.substr(row.at, row.size));
+  }
+  EXPECT_EQ(ledger.openStreams(), 0);
+  EXPECT_EQ(ledger.liveBlocks(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, PictureTest, testing::ValuesIn(kCases),
+                         [](const testing::TestParamInfo<PictureCase>& p) {
+                           return std::string(p.param.name);
+                         });
 
 }  // namespace
 }  // namespace test
