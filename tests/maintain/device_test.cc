@@ -1,334 +1,173 @@
+// The device protocol: one open, a 64-bit seek, one transfer of the record
+// size, one close, and a fixed diagnostic block for each failing step. First
+// the routines themselves, then every reading command of the console
+// failing at its first read, its last read and its close.
 #include "maintain/device.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <string>
 #include <vector>
 
-#include "format/index_file_head.h"
-#include "format/trellis_head.h"
 #include "maintain/commands.h"
-#include "maintain/platform.h"
-#include "tests/support/test_support.h"
+#include "tests/support/device_faults.h"
+#include "tests/support/golden.h"
+#include "tests/support/index_image.h"
+#include "tests/support/media_seams.h"
 
 namespace tr {
 namespace test {
 namespace {
 
-// A device that exists only in these tests: every call does what the test
-// set up and is counted, so a leaked or doubly closed descriptor shows.
-struct FakeDevice {
-  int openResult = 7;
-  int openErrno = 0;
-  bool seekFails = false;
-  int seekErrno = 0;
-  ssize_t readResult = -2;  // -2: the full count asked for
-  int readErrno = 0;
-  ssize_t writeResult = -2;
-  int writeErrno = 0;
-  int closeResult = 0;
-  int closeErrno = 0;
-
-  int openFlags = -1;
-  int seekCalls = 0;
-  int64_t lastSeek = -1;
-  int readCalls = 0;
-  int writeCalls = 0;
-  std::vector<int> closed;
+// One access as a reader (`seekTitle` set) or a writing command makes it.
+// The blocks of the failing ones, in this order, are
+// tests/golden/device_blocks.txt.
+struct Access {
+  Fault fault;
+  uint64_t offset;
+  size_t size;
+  const char* seekTitle;
+  bool showOffset;
 };
 
-FakeDevice fake;
-
-ssize_t transferResult(ssize_t configured, size_t count, int error) {
-  if (configured == -2) return static_cast<ssize_t>(count);
-  if (configured <= 0) errno = error;
-  return configured;
-}
-
-void installFake() {
-  sys.open = [](const char*, int flags) {
-    fake.openFlags = flags;
-    errno = fake.openErrno;
-    return fake.openResult;
-  };
-  sys.lseek = [](int, int64_t offset) -> int64_t {
-    ++fake.seekCalls;
-    fake.lastSeek = offset;
-    if (!fake.seekFails) return offset;
-    errno = fake.seekErrno;
-    return -1;
-  };
-  sys.read = [](int, void* buf, size_t count) {
-    ++fake.readCalls;
-    const ssize_t got = transferResult(fake.readResult, count, fake.readErrno);
-    if (got > 0) std::memset(buf, 0xAB, static_cast<size_t>(got));
-    return got;
-  };
-  sys.write = [](int, const void*, size_t count) {
-    ++fake.writeCalls;
-    return transferResult(fake.writeResult, count, fake.writeErrno);
-  };
-  sys.close = [](int fd) {
-    fake.closed.push_back(fd);
-    if (fake.closeResult != 0) errno = fake.closeErrno;
-    return fake.closeResult;
-  };
-}
-
-class DeviceTest : public testing::Test {
- protected:
-  DeviceTest() : savedDevice_(deviceName) {
-    fake = FakeDevice();
-    installFake();
-    setDevicePath("/dev/fake0");
-  }
-  ~DeviceTest() override { setDevicePath(savedDevice_); }
-
-  // One read-only access with a read of `size` bytes at `offset`, as a
-  // record reader does it.
-  Captured readAccess(uint64_t offset, size_t size, const char* label,
-                      const char* seekTitle, bool showOffset, int* result) {
-    return capture([&] {
-      char buffer[264];
-      const int fd = _tr_maintainOpenDevice(DeviceMode::kReadOnly);
-      *result = fd;
-      if (fd == -1) return;
-      *result = _tr_maintainReadDevice(fd, offset, buffer, size, label,
-                                       seekTitle, showOffset);
-      if (*result == 0) *result = _tr_maintainCloseDevice(fd, true);
-    });
-  }
-
-  Captured writeAccess(uint64_t offset, size_t size, bool showOffset,
-                       int* result) {
-    return capture([&] {
-      const char buffer[264] = {};
-      const int fd = _tr_maintainOpenDevice(DeviceMode::kReadWrite);
-      *result = fd;
-      if (fd == -1) return;
-      *result = _tr_maintainWriteDevice(fd, offset, buffer, size, showOffset);
-      if (*result == 0) *result = _tr_maintainCloseDevice(fd, true);
-    });
-  }
-
-  SysOverride restoreSys_;
-  std::string savedDevice_;
+const Access kAccesses[] = {
+    {{SysCall::kOpen, 1, -1, EACCES}, 51328, 264, kSeekTitle, true},
+    // Descriptor 0 counts as a failed open, and is closed all the same.
+    {{SysCall::kOpen, 1, 0, 0}, 51200, 128, nullptr, false},
+    {{SysCall::kSeek, 1, -1, EIO}, 0x123456789ULL, 264, kSeekTitle, true},
+    {{SysCall::kSeek, 1, -1, EIO}, 51200, 128, kSeekTitle, false},
+    {{SysCall::kSeek, 1, -1, EIO}, 0x123456789ULL, 264, kReadSeekTitle, true},
+    {{SysCall::kSeek, 1, -1, EIO}, 0x123456789ULL, 264, nullptr, true},
+    {{SysCall::kSeek, 1, -1, EIO}, 51200, 128, nullptr, false},
+    // What a wrapped start-up layout gives on a device that is too small.
+    {{}, 0xFFFFFFFFFFBE1B40ULL, 8, kSeekTitle, true},
+    {{SysCall::kRead, 1, 0, 0}, 51328, 264, kSeekTitle, true},
+    {{SysCall::kRead, 1, 100, 0}, 51328, 264, kSeekTitle, true},
+    {{SysCall::kRead, 1, -1, EIO}, 51328, 32, kSeekTitle, true},
+    {{SysCall::kWrite, 1, 0, ENOSPC}, 51200, 128, nullptr, false},
+    {{SysCall::kWrite, 1, 8, 0}, 51328, 264, nullptr, true},
+    {{SysCall::kWrite, 1, -1, EIO}, 51328, 8, nullptr, true},
+    {{SysCall::kClose, 1, -1, EIO}, 51328, 264, kSeekTitle, true},
+    {{}, 51328, 264, kSeekTitle, true},
+    {{}, 51328, 264, nullptr, true},
 };
 
-TEST_F(DeviceTest, OpenFailurePrintsItsBlockAndClosesNothing) {
-  fake.openResult = -1;
-  fake.openErrno = ENOENT;
-  int result = 0;
-  const Captured c =
-      readAccess(51328, 264, "targetOffset", kSeekTitle, true, &result);
-  EXPECT_EQ(result, -1);
+TEST(DeviceTest, EachFailingStepPrintsItsBlockAndEveryAccessClosesOnce) {
+  TempDir dir;
+  CardImage image(dir.file("card.img"), 1 << 20);
+  UseDevice device(image.path());
+  const int savedStdin = dup(0);  // the descriptor 0 access closes 0
+  std::string results;            // result and closes of each access
+  int closeFd = -1;
+  const Captured c = capture([&] {
+    for (const Access& a : kAccesses) {
+      FaultyDevice faulty(a.fault);
+      char buf[264] = {};
+      const bool reads = a.seekTitle != nullptr;
+      errno = 0;
+      const int fd = _tr_maintainOpenDevice(reads ? DeviceMode::kReadOnly
+                                                  : DeviceMode::kReadWrite);
+      int result =
+          fd == -1 ? -1
+          : reads  ? _tr_maintainReadDevice(fd, a.offset, buf, a.size, nullptr,
+                                            a.seekTitle, a.showOffset)
+                   : _tr_maintainWriteDevice(fd, a.offset, buf, a.size,
+                                             a.showOffset);
+      if (result == 0) result = _tr_maintainCloseDevice(fd, true);
+      if (a.fault.call == SysCall::kClose) closeFd = fd;
+      results +=
+          std::to_string(result) + "/" + std::to_string(faulty.closed()) + " ";
+      dup2(savedStdin, 0);
+    }
+  });
+  ::close(savedStdin);
+  EXPECT_EQ(results,
+            "-1/0 -1/1 -1/1 -1/1 -1/1 -1/1 -1/1 -1/1 -1/1 -1/1 -1/1 -1/1 -1/1 "
+            "-1/1 -1/1 0/1 0/1 ");
   EXPECT_EQ(c.out, "");
   EXPECT_EQ(maskTimestamps(c.err),
-            "<TS> \x1b[31mOPEN FAILED\x1b[0m\n"
-            "  Device: /dev/fake0\n"
-            "  Error: No such file or directory (2)\n\n");
-  EXPECT_EQ(fake.openFlags, O_RDONLY);
-  EXPECT_EQ(fake.seekCalls, 0);
-  EXPECT_TRUE(fake.closed.empty());
+            expandBlock(golden("device_blocks.txt"), image.path(), closeFd));
 }
 
-TEST_F(DeviceTest, DescriptorZeroIsAnOpenFailureAndIsNotKept) {
-  fake.openResult = 0;
-  int result = 0;
-  const Captured c = writeAccess(51200, 128, false, &result);
-  EXPECT_EQ(result, -1);
-  EXPECT_EQ(maskTimestamps(c.err),
-            "<TS> \x1b[31mOPEN FAILED\x1b[0m\n"
-            "  Device: /dev/fake0\n"
-            "  Error: Success (0)\n\n");
-  EXPECT_EQ(fake.openFlags, O_RDWR);
-  EXPECT_EQ(fake.closed, std::vector<int>{0});
-  EXPECT_EQ(fake.writeCalls, 0);
-}
+// Every reading command through the dispatcher, its reader failing at its
+// first read (of two), its last read or its close: the command fails,
+// prints no record, only the offset label of the record it began to read,
+// and closes the device once. The card's index files hold
+// maxFileNum 10, maxSegmentNum 100 and maxAuxNumber 50: a record data file
+// block is 32 + 100 x 640 = 64032 bytes, a picture one 32 + 100 x 1680 =
+// 168032; auxiliary 7 starts at base + 10724586 - 4320800 + 6 x 43208.
+struct ReadingCommand {
+  std::vector<std::string> words;  // after "maintain"
+  int reads;
+  size_t lastSize;
+  uint64_t label;  // the "targetOffset" printed before the last read, or 0
+};
 
-TEST_F(DeviceTest, SeekFailureCarriesTheTitleAndOffsetItWasGiven) {
-  fake.seekFails = true;
-  fake.seekErrno = EIO;
-  const uint64_t above4G = 0x123456789ULL;
-  const std::string offsetLine = "  Offset: 0x0000000123456789\n";
-  const std::string tail = "  Error: Input/output error (5)\n\n";
-  int result = 0;
+const ReadingCommand kReadingCommands[] = {
+    {{"TrellisHead"}, 1, 128, 0},
+    {{"recBackUpIndexFileHead"}, 1, 264, 10775914},
+    {{"picDataFileHead", "2"}, 2, 32, 21668796},  // 21500500 + 264 + 168032
+    // 51328 + 264 + 64032 + 32 + 2 x 640
+    {{"recDataFileInfo", "2", "3"}, 2, 640, 116936},
+    // 32225086 + 264 + 2 x 168032 + 32 + 11 x 1680
+    {{"picBackUpDataFileInfo", "3", "12"}, 2, 1680, 32579926},
+    {{"recIndexAuxHead", "7"}, 2, 8, 6714362},
+    // context 5 of auxiliary 7, 8 + 4 x 432 into it
+    {{"picIndexFileAux", "7", "5"}, 2, 432, 28165270},
+    // The listing and the extractions go no further than their segment
+    // info: no data file is opened. 21500500 + 264 + 2 x 168032 + 32 +
+    // 11 x 1680 for the pictures.
+    {{"recIFrameInfo", "2", "3"}, 2, 640, 116936},
+    {{"recData", "2", "3"}, 2, 640, 116936},
+    {{"picData", "3", "12"}, 2, 1680, 21855340},
+    {{"onePic", "3", "12", "1"}, 2, 1680, 21855340},
+};
 
-  // The label is printed before the seek, so it shows even when it fails.
-  Captured c =
-      readAccess(above4G, 264, "targetOffset", kSeekTitle, true, &result);
-  EXPECT_EQ(result, -1);
-  EXPECT_EQ(c.out, "targetOffset        : \x1b[32m4886718345\x1b[0m\n");
-  EXPECT_EQ(maskTimestamps(c.err),
-            "<TS> \x1b[31mLSEEK FAILED\x1b[0m\n"
-            "  Device: /dev/fake0\n" +
-                offsetLine + tail);
-  EXPECT_EQ(fake.lastSeek, 4886718345LL);  // all 64 bits reach the seek
-
-  c = readAccess(51200, 128, nullptr, kSeekTitle, false, &result);
-  EXPECT_EQ(result, -1);
-  EXPECT_EQ(c.out, "");
-  EXPECT_EQ(maskTimestamps(c.err),
-            "<TS> \x1b[31mLSEEK FAILED\x1b[0m\n"
-            "  Device: /dev/fake0\n" +
-                tail);
-
-  c = readAccess(above4G, 264, nullptr, kReadSeekTitle, true, &result);
-  EXPECT_EQ(maskTimestamps(c.err),
-            "<TS> \x1b[31mREAD LSEEK FAILED\x1b[0m\n"
-            "  Device: /dev/fake0\n" +
-                offsetLine + tail);
-
-  c = writeAccess(above4G, 264, true, &result);
-  EXPECT_EQ(result, -1);
-  EXPECT_EQ(maskTimestamps(c.err),
-            "<TS> \x1b[31mWRITE LSEEK FAILED\x1b[0m\n"
-            "  Device: /dev/fake0\n" +
-                offsetLine + tail);
-  c = writeAccess(51200, 128, false, &result);
-  EXPECT_EQ(maskTimestamps(c.err),
-            "<TS> \x1b[31mWRITE LSEEK FAILED\x1b[0m\n"
-            "  Device: /dev/fake0\n" +
-                tail);
-
-  EXPECT_EQ(fake.readCalls, 0);
-  EXPECT_EQ(fake.writeCalls, 0);
-  EXPECT_EQ(fake.closed, std::vector<int>(5, 7));  // once per access
-}
-
-TEST_F(DeviceTest, OffsetBeyondTheSignedRangeFailsWithoutSeeking) {
-  // What a wrapped start-up layout produces on a device that is too small.
-  int result = 0;
-  const Captured c =
-      readAccess(0xFFFFFFFFFFBE1B40ULL, 8, nullptr, kSeekTitle, true, &result);
-  EXPECT_EQ(result, -1);
-  EXPECT_EQ(maskTimestamps(c.err),
-            "<TS> \x1b[31mLSEEK FAILED\x1b[0m\n"
-            "  Device: /dev/fake0\n"
-            "  Offset: 0xffffffffffbe1b40\n"
-            "  Error: Invalid argument (22)\n\n");
-  EXPECT_EQ(fake.seekCalls, 0);
-  EXPECT_EQ(fake.closed.size(), 1u);
-}
-
-TEST_F(DeviceTest, ReadThatMovesNothingOrTooLittleIsReported) {
-  int result = 0;
-  fake.readResult = 0;
-  Captured c = readAccess(51328, 264, nullptr, kSeekTitle, true, &result);
-  EXPECT_EQ(result, -1);
-  EXPECT_EQ(maskTimestamps(c.err),
-            "<TS> \x1b[31mREAD FAILED\x1b[0m\n"
-            "  Device: /dev/fake0\n"
-            "  Requested: 264 bytes\n"
-            "  Error: Success (0)\n\n");
-
-  fake.readResult = 100;
-  c = readAccess(51328, 264, nullptr, kSeekTitle, true, &result);
-  EXPECT_EQ(result, -1);
-  EXPECT_EQ(maskTimestamps(c.err),
-            "<TS> \x1b[31mINCOMPLETE READ\x1b[0m\n"
-            "  Device: /dev/fake0\n"
-            "  Expected: 264 bytes\n"
-            "  Actual: 100 bytes\n\n");
-
-  fake.readResult = -1;
-  fake.readErrno = EIO;
-  c = readAccess(51328, 32, nullptr, kSeekTitle, true, &result);
-  EXPECT_EQ(result, -1);
-  EXPECT_EQ(maskTimestamps(c.err),
-            "<TS> \x1b[31mINCOMPLETE READ\x1b[0m\n"
-            "  Device: /dev/fake0\n"
-            "  Expected: 32 bytes\n"
-            "  Actual: -1 bytes\n\n");
-
-  EXPECT_EQ(fake.readCalls, 3);  // a short read is not retried
-  EXPECT_EQ(fake.closed, std::vector<int>(3, 7));
-}
-
-TEST_F(DeviceTest, WriteThatMovesNothingOrTooLittleIsReported) {
-  int result = 0;
-  fake.writeResult = 0;
-  fake.writeErrno = ENOSPC;
-  Captured c = writeAccess(51200, 128, false, &result);
-  EXPECT_EQ(result, -1);
-  EXPECT_EQ(maskTimestamps(c.err),
-            "<TS> \x1b[31mWRITE FAILED\x1b[0m\n"
-            "  Device: /dev/fake0\n"
-            "  Requested: 128 bytes\n"
-            "  Error: No space left on device (28)\n\n");
-
-  fake.writeResult = 8;
-  c = writeAccess(51328, 264, true, &result);
-  EXPECT_EQ(result, -1);
-  EXPECT_EQ(maskTimestamps(c.err),
-            "<TS> \x1b[31mINCOMPLETE WRITE\x1b[0m\n"
-            "  Device: /dev/fake0\n"
-            "  Expected: 264 bytes\n"
-            "  Actual: 8 bytes\n\n");
-
-  fake.writeResult = -1;
-  fake.writeErrno = EIO;
-  c = writeAccess(51328, 8, true, &result);
-  EXPECT_EQ(maskTimestamps(c.err),
-            "<TS> \x1b[31mINCOMPLETE WRITE\x1b[0m\n"
-            "  Device: /dev/fake0\n"
-            "  Expected: 8 bytes\n"
-            "  Actual: -1 bytes\n\n");
-
-  EXPECT_EQ(fake.writeCalls, 3);
-  EXPECT_EQ(fake.closed, std::vector<int>(3, 7));
-}
-
-TEST_F(DeviceTest, GoodAccessesCloseOnceAndQuietly) {
-  int result = -1;
-  Captured c = readAccess(51328, 264, nullptr, kSeekTitle, true, &result);
-  EXPECT_EQ(result, 0);
-  EXPECT_EQ(c.err, "");
-  c = writeAccess(51328, 264, true, &result);
-  EXPECT_EQ(result, 0);
-  EXPECT_EQ(c.err, "");
-  EXPECT_EQ(fake.closed, std::vector<int>(2, 7));
-
-  // The quiet close ignores a failing close entirely.
-  fake.closeResult = -1;
-  fake.closeErrno = EIO;
-  c = capture([&] { result = _tr_maintainCloseDevice(7, false); });
-  EXPECT_EQ(result, 0);
-  EXPECT_EQ(c.err, "");
-}
-
-TEST_F(DeviceTest, FailingCloseAfterAGoodReadFailsTheCommand) {
-  fake.openResult = 9;
-  fake.closeResult = -1;
-  fake.closeErrno = EIO;
-  const std::string warning =
-      "<TS> \x1b[33mCLOSE WARNING\x1b[0m\n"
-      "  Device: /dev/fake0\n"
-      "  FD: 9\n"
-      "  Warning: Input/output error (5)\n"
-      "  Possible file descriptor leak!\n\n";
-
-  tr_IndexFileHead header;
-  int result = 0;
-  Captured c =
-      capture([&] { result = _tr_maintainGetIndexFileHeader(51328, &header); });
-  EXPECT_EQ(result, -1);
-  EXPECT_EQ(c.out, "targetOffset        : \x1b[32m51328\x1b[0m\n");
-  EXPECT_EQ(maskTimestamps(c.err), warning);
-
-  // Through the dispatcher: the storage head was read whole, but nothing of
-  // it is printed.
-  char word[] = "TrellisHead";
-  char* words[] = {word};
-  c = capture([&] { result = tr_maintain(1, words); });
-  EXPECT_EQ(result, -1);
-  EXPECT_EQ(c.out, "");
-  EXPECT_EQ(maskTimestamps(c.err), warning);
-  EXPECT_EQ(fake.lastSeek, 51200);
-  EXPECT_EQ(fake.closed, std::vector<int>(2, 9));
+TEST(ReaderFaultTest, EveryReadingCommandStopsAtItsFailingStep) {
+  TempDir dir;
+  CardImage image(dir.file("card.img"), kCard2G);
+  UseDevice device(image.path());
+  UseMediaDir media(dir.path());
+  const std::string dev = image.path();
+  for (uint64_t base :
+       {kCard2GRec, kCard2GRecBackUp, kCard2GPic, kCard2GPicBackUp}) {
+    putIndexDimensions(image, base, 10, 100, 50);
+  }
+  for (const ReadingCommand& command : kReadingCommands) {
+    const Fault faults[] = {
+        {SysCall::kRead, 1, 132, 0},  // half the index file header
+        {SysCall::kRead, command.reads, static_cast<long>(command.lastSize / 2),
+         0},
+        {SysCall::kClose, 1, -1, EIO}};
+    for (int step = command.reads == 2 ? 0 : 1; step < 3; ++step) {
+      SCOPED_TRACE(command.words[0] + " failing at step " +
+                   std::to_string(step));
+      std::vector<std::string> words = command.words;
+      std::vector<char*> argv;
+      for (std::string& word : words) argv.push_back(&word[0]);
+      int result = 0;
+      FaultyDevice faulty(faults[step]);
+      const Captured c = capture([&] {
+        result = tr_maintain(static_cast<int>(argv.size()), argv.data());
+      });
+      EXPECT_EQ(result, -1);
+      EXPECT_EQ(faulty.opened(), 1);
+      EXPECT_EQ(faulty.closed(), 1);
+      EXPECT_EQ(c.out, step == 0 || command.label == 0
+                           ? ""
+                           : "targetOffset        : \x1b[32m" +
+                                 std::to_string(command.label) + "\x1b[0m\n");
+      EXPECT_EQ(maskTimestamps(c.err),
+                step == 2
+                    ? closeWarningBlock(dev, faulty.lastFd(),
+                                        "Input/output error (5)")
+                    : shortTransferBlock("INCOMPLETE READ", dev,
+                                         step == 0 ? 264 : command.lastSize,
+                                         faults[step].result));
+    }
+  }
 }
 
 }  // namespace
