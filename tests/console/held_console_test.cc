@@ -1,9 +1,10 @@
-// One console kept open over thousands of commands: every command of the
-// table, succeeding and failing in every way a card and its data files can
-// make it fail, while the card goes from whole to cut short, to a directory
-// and to missing. After each stretch the console holds exactly the
-// descriptors it held before its first command.
-#include <dirent.h>
+// The console as the engineer holds it: standard input a pipe that stays
+// open, or no standard input at all. One console answers two thousand
+// lines, written 35 at a time and each batch answered while the pipe stays
+// open: every command of the table, succeeding and failing in every way a
+// card and its data files can make it fail, while the card goes from whole
+// to cut short, to a directory and to missing. After each stretch it holds
+// exactly the descriptors it held before its first command.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -11,19 +12,29 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <filesystem>
 #include <set>
 #include <string>
-#include <thread>
-#include <vector>
 
-#include "tests/support/test_support.h"
+#include "tests/support/index_image.h"
 
 namespace tr {
 namespace test {
 namespace {
 
-const char kPrompt[] = "\x1b[32mplease enter the console command:\x1b[0m\n";
+int exitStatus(pid_t pid) {
+  int status = -1;  // not an exit, if waitpid fails
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(HeldConsoleTest, NoStandardInputAtAllEndsAtOnce) {
+  const int devNull = ::open("/dev/null", O_WRONLY);
+  const int fds[3] = {-1, devNull, devNull};
+  const pid_t pid = spawn({TRELLIS_MAINTAIN_BIN}, {}, fds);
+  ::close(devNull);
+  EXPECT_EQ(exitStatus(pid), 0);
+}
 
 // The card: index files with maxFileNum 4, maxSegmentNum 8, maxAuxNumber
 // 3. Record segments 1/1 (listing and copy work), 1/2 (its output name is
@@ -33,12 +44,9 @@ const char kPrompt[] = "\x1b[32mplease enter the console command:\x1b[0m\n";
 void makeCard(const CardImage& card, const TempDir& media) {
   for (uint64_t base :
        {kCard2GRec, kCard2GRecBackUp, kCard2GPic, kCard2GPicBackUp}) {
-    card.putText(base, std::string("IDX_01\0", 7));
-    card.put32(base + 144, 4);
-    card.put32(base + 148, 8);
-    card.put32(base + 152, 3);
+    putIndexDimensions(card, base, 4, 8, 3);
   }
-  const uint64_t rec11 = 51328 + 264 + 32;  // 51624
+  const uint64_t rec11 = 51328 + 264 + 32;
   card.put8(rec11 + 7, 1);
   card.put64(rec11 + 8, 16);    // dataOffset
   card.put64(rec11 + 16, 64);   // datalen
@@ -51,216 +59,123 @@ void makeCard(const CardImage& card, const TempDir& media) {
   }
   const uint64_t pic11 = 21500500 + 264 + 32;
   card.put8(pic11 + 7, 1);
-  card.put64(pic11 + 24, 300);   // fragmentSize
-  card.put32(pic11 + 48, 100);   // jpgSize of picture 1
-  card.put32(pic11 + 72, 200);   // and of picture 2
-  card.put8(pic11 + 1632, 2);    // validNum
-
+  card.put64(pic11 + 24, 300);  // fragmentSize
+  card.put32(pic11 + 48, 100);  // jpgSize of picture 1
+  card.put32(pic11 + 72, 200);  // and of picture 2
+  card.put8(pic11 + 1632, 2);   // validNum
   writeFile(media.file("TR00001.mp4"), std::string(300, 'm'));
   writeFile(media.file("TR00001.picture"), std::string(300, 'p'));
   mkdir(media.file("TR00002.mp4").c_str(), 0755);
   mkdir(media.file("00001_0002.mp4").c_str(), 0755);
 }
 
-// One round of lines: each command once or more, right and wrong.
-const char* const kRound[] = {
-    "maintain TrellisHead",
-    "maintain recIndexFileHead",
-    "maintain picBackUpIndexFileHead",
-    "maintain recDataFileHead 1",
-    "maintain recDataFileHead 9",
-    "maintain picBackUpDataFileHead 2",
-    "maintain recIndexAuxHead 2",
-    "maintain picIndexAuxHead 0",
-    "maintain recDataFileInfo 1 1",
-    "maintain picDataFileInfo 1 1",
-    "maintain recBackUpDataFileInfo 1 99",
-    "maintain recIndexFileAux 1 1",
-    "maintain picBackUpIndexFileAux 3 101",
-    "maintain recIFrameInfo 1 1",
-    "maintain recIFrameInfo 2 1",
-    "maintain recIFrameInfo 1 3",
-    "maintain recData 1 1",
-    "maintain recData 1 2",
-    "maintain recData 2 1",
-    "maintain recData 3 1",
-    "maintain picData 1 1",
-    "maintain onePic 1 1 2",
-    "maintain onePic 1 1 3",
-    "maintain recException",
-    "maintain recNormal",
-    "maintain picBackUpException",
-    "maintain picBackUpNormal",
-    "maintain recChangeAuxCtxNum 2 5",
-    "maintain picChangeAuxCtxNum 4 5",
-    "maintain memsetTrellisHead",
-    "maintain",
-    "maintain nosuch",
-    "maintain recData 1",
-    "hello",
-    "",
-};
-constexpr int kRoundLines = sizeof kRound / sizeof kRound[0];
-
-std::string rounds(int count) {
-  std::string text;
-  for (int i = 0; i < count; ++i) {
-    for (const char* line : kRound) text += std::string(line) + "\n";
-  }
-  return text;
-}
+// One round of 35 lines (about 900 bytes): each command once or more,
+// right and wrong.
+const std::string kRound =
+    "maintain TrellisHead\nmaintain recIndexFileHead\n"
+    "maintain picBackUpIndexFileHead\nmaintain recDataFileHead 1\n"
+    "maintain recDataFileHead 9\nmaintain picBackUpDataFileHead 2\n"
+    "maintain recIndexAuxHead 2\nmaintain picIndexAuxHead 0\n"
+    "maintain recDataFileInfo 1 1\nmaintain picDataFileInfo 1 1\n"
+    "maintain recBackUpDataFileInfo 1 99\nmaintain recIndexFileAux 1 1\n"
+    "maintain picBackUpIndexFileAux 3 101\nmaintain recIFrameInfo 1 1\n"
+    "maintain recIFrameInfo 2 1\nmaintain recIFrameInfo 1 3\n"
+    "maintain recData 1 1\nmaintain recData 1 2\nmaintain recData 2 1\n"
+    "maintain recData 3 1\nmaintain picData 1 1\nmaintain onePic 1 1 2\n"
+    "maintain onePic 1 1 3\nmaintain recException\nmaintain recNormal\n"
+    "maintain picBackUpException\nmaintain picBackUpNormal\n"
+    "maintain recChangeAuxCtxNum 2 5\nmaintain picChangeAuxCtxNum 4 5\n"
+    "maintain memsetTrellisHead\nmaintain\nmaintain nosuch\n"
+    "maintain recData 1\nhello\n\n";
 
 std::set<std::string> descriptors(pid_t pid) {
   std::set<std::string> names;
-  const std::string dir = "/proc/" + std::to_string(pid) + "/fd";
-  if (DIR* listing = opendir(dir.c_str())) {
-    while (const struct dirent* entry = readdir(listing)) {
-      const std::string name = entry->d_name;
-      if (name != "." && name != "..") names.insert(name);
-    }
-    closedir(listing);
+  for (const auto& entry : std::filesystem::directory_iterator(
+           "/proc/" + std::to_string(pid) + "/fd")) {
+    names.insert(entry.path().filename());
   }
   return names;
 }
 
-// Counts the prompts in a growing output file without reading it twice.
-class PromptCounter {
- public:
-  explicit PromptCounter(const std::string& path) : path_(path) {}
-  ~PromptCounter() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  int count() {
-    // The console creates the file; it may not have done so yet.
-    if (fd_ < 0) fd_ = ::open(path_.c_str(), O_RDONLY);
-    char buffer[65536];
-    ssize_t got;
-    while (fd_ >= 0 && (got = ::read(fd_, buffer, sizeof buffer)) > 0) {
-      tail_.append(buffer, static_cast<size_t>(got));
-      size_t at;
-      while ((at = tail_.find(kPrompt)) != std::string::npos) {
-        ++prompts_;
-        tail_.erase(0, at + sizeof kPrompt - 1);
-      }
-      if (tail_.size() > sizeof kPrompt) {
-        tail_.erase(0, tail_.size() - sizeof kPrompt);
-      }
-    }
-    return prompts_;
-  }
-
- private:
-  std::string path_;
-  int fd_ = -1;
-  std::string tail_;
-  int prompts_ = 0;
-};
-
 TEST(HeldConsoleTest, NoDescriptorOutlivesAnyCommand) {
   TempDir dir;
   TempDir media;
-  const std::string cardPath = dir.file("card.img");
-  CardImage card(cardPath, kCard2G);
-  makeCard(card, media);
-  const std::string outPath = dir.file("stdout");
-  const std::string errPath = dir.file("stderr");
-
-  int input[2];
-  ASSERT_EQ(pipe(input), 0);
-  const pid_t pid = fork();
-  ASSERT_GE(pid, 0);
-  if (pid == 0) {
-    const int outFd = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    const int errFd = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (outFd < 0 || errFd < 0) _exit(126);
-    dup2(input[0], 0);
-    dup2(outFd, 1);
-    dup2(errFd, 2);
-    for (int fd : {input[0], input[1], outFd, errFd}) ::close(fd);
-    execWithEnv(wrappedCommand({TRELLIS_MAINTAIN_BIN}),
-                {{"TRELLIS_DEVICE", cardPath},
-                 {"TRELLIS_MEDIA_DIR", media.path()}});
-  }
-  ::close(input[0]);
-  // A console that died must fail the test, not end it at the next write.
-  void (*savedPipeHandler)(int) = signal(SIGPIPE, SIG_IGN);
-
-  PromptCounter prompts(outPath);
-  const auto deadline =
-      std::chrono::steady_clock::now() + std::chrono::seconds(250);
-  int answered = 0;  // lines the console has answered with a prompt
+  const std::string card = dir.file("card.img");
+  makeCard(CardImage(card, kCard2G), media);
+  // Standard input and output are pipes, standard error a file; the
+  // console keeps no other end of them, so it sees the end of its input
+  // when this test ends, however it ends.
+  int in[2];
+  int out[2];
+  ASSERT_TRUE(pipe2(in, O_CLOEXEC) == 0 && pipe2(out, O_CLOEXEC) == 0);
+  const int fds[3] = {
+      in[0], out[1],
+      ::open(dir.file("err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644)};
+  const pid_t pid = spawn(
+      {TRELLIS_MAINTAIN_BIN},
+      {{"TRELLIS_DEVICE", card}, {"TRELLIS_MEDIA_DIR", media.path()}}, fds);
+  for (int fd : fds) ::close(fd);
+  // A console that died fails the test rather than end it at the next write.
+  signal(SIGPIPE, SIG_IGN);
+  // Reads the console's output until it has prompted `wanted` times in
+  // all; false when it ended first. A round of input fits in any pipe, so
+  // writing it never waits for this.
+  std::string printed;
+  size_t scanned = 0;  // up to the last prompt counted
+  int prompts = 0;
+  const std::string prompt =
+      "\x1b[32mplease enter the console command:\x1b[0m\n";
   auto waitForPrompts = [&](int wanted) {
-    while (prompts.count() < wanted) {
-      int status = 0;
-      if (waitpid(pid, &status, WNOHANG) == pid) return false;
-      if (std::chrono::steady_clock::now() > deadline) return false;
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    char buffer[65536];
+    for (ssize_t n;
+         prompts < wanted && (n = ::read(out[0], buffer, 65536)) > 0;) {
+      printed.append(buffer, static_cast<size_t>(n));
+      for (size_t at; (at = printed.find(prompt, scanned)) != std::string::npos;
+           ++prompts) {
+        scanned = at + prompt.size();
+      }
     }
-    return true;
+    return prompts >= wanted;
   };
-  auto feed = [&](const std::string& lines, int count) {
-    const ssize_t put = ::write(input[1], lines.data(), lines.size());
-    answered += count;
-    return put == static_cast<ssize_t>(lines.size()) &&
-           waitForPrompts(1 + answered);
-  };
-
-  bool fed = waitForPrompts(1);
+  ASSERT_TRUE(waitForPrompts(1));
   const std::set<std::string> atStart = descriptors(pid);
   EXPECT_FALSE(atStart.empty());
-
-  // 46 rounds on the whole card, then 12 on each damaged one.
-  struct Stretch {
-    const char* card;
-    int rounds;
-    void (*damage)(const std::string& path);
-  };
-  const Stretch stretches[] = {
-      {"whole", 46, [](const std::string&) {}},
-      // Record segment 1/1 (51624) now crosses the end, the records after it
-      // lie beyond it.
-      {"cut short", 12,
-       [](const std::string& path) {
-         ASSERT_EQ(truncate(path.c_str(), 51924), 0);
-       }},
-      {"a directory", 12,
-       [](const std::string& path) {
-         ASSERT_EQ(unlink(path.c_str()), 0);
-         ASSERT_EQ(mkdir(path.c_str(), 0755), 0);
-       }},
-      {"missing", 12,
-       [](const std::string& path) { ASSERT_EQ(rmdir(path.c_str()), 0); }},
-  };
-  for (const Stretch& stretch : stretches) {
-    if (!fed) break;
-    SCOPED_TRACE(stretch.card);
-    stretch.damage(cardPath);
-    fed = feed(rounds(stretch.rounds), stretch.rounds * kRoundLines);
-    if (fed) {
-      EXPECT_EQ(descriptors(pid), atStart);
+  int answered = 1;
+  auto stretch = [&](int rounds, const char* state) {
+    SCOPED_TRACE(state);
+    for (int i = 0; i < rounds; ++i) {
+      answered += 35;
+      ASSERT_TRUE(::write(in[1], kRound.data(), kRound.size()) ==
+                      static_cast<ssize_t>(kRound.size()) &&
+                  waitForPrompts(answered))
+          << readFile(dir.file("err")).substr(0, 2000);
     }
-  }
-  if (!fed) kill(pid, SIGKILL);
-  const ssize_t put = ::write(input[1], "exit\n", 5);
-  ::close(input[1]);
-  int status = -1;
-  waitpid(pid, &status, 0);
-  signal(SIGPIPE, savedPipeHandler);
-  ASSERT_TRUE(fed) << "the console stopped answering after " << answered
-                   << " lines; its standard error ends:\n"
-                   << readFile(errPath).substr(0, 2000);
-  EXPECT_EQ(put, 5);
-  ASSERT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(descriptors(pid), atStart);
+  };
+  stretch(30, "whole card");
+  // Record segment 1/1 (51624) now crosses the end, the records after it
+  // lie beyond it.
+  EXPECT_EQ(truncate(card.c_str(), 51924), 0);
+  stretch(10, "card cut short");
+  EXPECT_EQ(unlink(card.c_str()), 0);
+  EXPECT_EQ(mkdir(card.c_str(), 0755), 0);
+  stretch(10, "card a directory");
+  EXPECT_EQ(rmdir(card.c_str()), 0);
+  stretch(10, "card missing");
+  // Words after "exit" are ignored, and so is every line after it.
+  EXPECT_EQ(::write(in[1], "exit now please\nhello\n", 22), 22);
+  ::close(in[1]);
+  EXPECT_FALSE(waitForPrompts(answered + 1));  // to the end of its output
+  ::close(out[0]);
+  EXPECT_EQ(exitStatus(pid), 0);
+  EXPECT_EQ(printed.substr(scanned), "\x1b[31mBye Trellis Maintain\x1b[0m\n");
 
   // Every kind of failure was met along the way.
-  const std::string errors = readFile(errPath);
+  const std::string errors = readFile(dir.file("err"));
   for (const char* seen :
-       {"fileNum INVALID", "auxNum INVALID", "ctxNum INVALID",
-        "READ FAILED", "INCOMPLETE READ", "OPEN FAILED",
-        "[ERROR] Failed to create output file",
-        "[ERROR] Read operation failed", "[ERROR] Failed to open source file",
-        "[ERROR] Invalid picNum", "[ERROR]  fread failed"}) {
+       {"fileNum INVALID", "auxNum INVALID", "ctxNum INVALID", "READ FAILED",
+        "INCOMPLETE READ", "OPEN FAILED", "create output", "Read operation",
+        "open source", "Invalid picNum", "fread failed"}) {
     EXPECT_NE(errors.find(seen), std::string::npos) << seen;
   }
 }

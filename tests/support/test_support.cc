@@ -6,9 +6,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <regex>
 #include <sstream>
 
@@ -16,46 +18,24 @@
 
 namespace tr {
 namespace test {
-namespace {
 
-std::string tempRoot() {
-  const char* dir = std::getenv("TMPDIR");
-  return dir != nullptr && *dir != '\0' ? dir : "/tmp";
+TempDir::TempDir() {
+  const char* root = std::getenv("TMPDIR");
+  path_ = (root != nullptr && *root != '\0' ? root : "/tmp") +
+          std::string("/trellis-test-XXXXXX");
+  if (mkdtemp(&path_[0]) == nullptr) ADD_FAILURE() << "mkdtemp failed";
 }
 
-void removeTree(const std::string& path) {
-  const std::string command = "rm -rf '" + path + "'";
-  const int ignored = std::system(command.c_str());
+TempDir::~TempDir() {
+  const int ignored = std::system(("rm -rf '" + path_ + "'").c_str());
   (void)ignored;
 }
 
-std::vector<std::string> splitWords(const char* text) {
-  std::vector<std::string> words;
-  std::istringstream stream(text == nullptr ? "" : text);
-  std::string word;
-  while (stream >> word) words.push_back(word);
-  return words;
-}
-
-}  // namespace
-
-TempDir::TempDir() {
-  std::string pattern = tempRoot() + "/trellis-test-XXXXXX";
-  std::vector<char> name(pattern.begin(), pattern.end());
-  name.push_back('\0');
-  if (mkdtemp(name.data()) == nullptr) ADD_FAILURE() << "mkdtemp failed";
-  path_ = name.data();
-}
-
-TempDir::~TempDir() { removeTree(path_); }
-
-CardImage::CardImage(const std::string& path, uint64_t size)
-    : path_(path), size_(size) {
-  const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644);
-  if (fd < 0 || ::ftruncate(fd, static_cast<off_t>(size)) != 0) {
+CardImage::CardImage(const std::string& path, uint64_t size) : path_(path) {
+  writeFile(path, "");
+  if (::truncate(path.c_str(), static_cast<off_t>(size)) != 0) {
     ADD_FAILURE() << "cannot create image " << path;
   }
-  if (fd >= 0) ::close(fd);
 }
 
 void CardImage::put(uint64_t offset, const void* bytes, size_t count) const {
@@ -70,56 +50,41 @@ void CardImage::putText(uint64_t offset, const std::string& text) const {
   put(offset, text.data(), text.size());
 }
 
-void CardImage::put8(uint64_t offset, uint8_t value) const {
-  put(offset, &value, 1);
-}
-
-void CardImage::put16(uint64_t offset, uint16_t value) const {
-  const uint8_t bytes[2] = {static_cast<uint8_t>(value),
-                            static_cast<uint8_t>(value >> 8)};
-  put(offset, bytes, 2);
-}
-
-void CardImage::put32(uint64_t offset, uint32_t value) const {
-  uint8_t bytes[4];
-  for (int i = 0; i < 4; ++i) bytes[i] = static_cast<uint8_t>(value >> (8 * i));
-  put(offset, bytes, 4);
-}
-
-void CardImage::put64(uint64_t offset, uint64_t value) const {
+void CardImage::putLE(uint64_t offset, uint64_t value, size_t count) const {
   uint8_t bytes[8];
-  for (int i = 0; i < 8; ++i) bytes[i] = static_cast<uint8_t>(value >> (8 * i));
-  put(offset, bytes, 8);
+  for (size_t i = 0; i < count; ++i)
+    bytes[i] = static_cast<uint8_t>(value >> (8 * i));
+  put(offset, bytes, count);
 }
 
 std::string CardImage::read(uint64_t offset, size_t count) const {
   std::string bytes(count, '\0');
   const int fd = ::open(path_.c_str(), O_RDONLY);
-  if (fd < 0) return std::string();
-  const ssize_t got = ::pread(fd, &bytes[0], count, static_cast<off_t>(offset));
-  ::close(fd);
+  const ssize_t got =
+      fd < 0 ? 0 : ::pread(fd, &bytes[0], count, static_cast<off_t>(offset));
+  if (fd >= 0) ::close(fd);
   bytes.resize(got < 0 ? 0 : static_cast<size_t>(got));
   return bytes;
 }
 
-std::vector<std::string> wrappedCommand(const std::vector<std::string>& argv) {
-  std::vector<std::string> command =
-      splitWords(std::getenv("TRELLIS_TEST_EXEC_WRAPPER"));
+pid_t spawn(const std::vector<std::string>& argv, const EnvList& env,
+            const int fds[3]) {
+  const char* wrapper = std::getenv("TRELLIS_TEST_EXEC_WRAPPER");
+  std::istringstream words(wrapper == nullptr ? "" : wrapper);
+  std::vector<std::string> command{std::istream_iterator<std::string>(words),
+                                   {}};
   command.insert(command.end(), argv.begin(), argv.end());
-  return command;
-}
-
-void execWithEnv(const std::vector<std::string>& command, const EnvList& env) {
-  setenv("TZ", "UTC", 1);
-  unsetenv("NO_COLOR");
-  unsetenv("TRELLIS_DEVICE");
-  unsetenv("TRELLIS_MEDIA_DIR");
-  for (const auto& [name, value] : env) setenv(name.c_str(), value.c_str(), 1);
   std::vector<char*> args;
-  for (const std::string& word : command) {
-    args.push_back(const_cast<char*>(word.c_str()));
-  }
+  for (std::string& word : command) args.push_back(&word[0]);
   args.push_back(nullptr);
+  const pid_t pid = fork();
+  if (pid != 0) return pid;
+  for (int fd = 0; fd < 3; ++fd) fds[fd] < 0 ? ::close(fd) : dup2(fds[fd], fd);
+  setenv("TZ", "UTC", 1);
+  for (const char* name : {"NO_COLOR", "TRELLIS_DEVICE", "TRELLIS_MEDIA_DIR"}) {
+    unsetenv(name);
+  }
+  for (const auto& [name, value] : env) setenv(name.c_str(), value.c_str(), 1);
   execvp(args[0], args.data());
   _exit(127);
 }
@@ -127,41 +92,24 @@ void execWithEnv(const std::vector<std::string>& command, const EnvList& env) {
 RunResult runProgram(const std::vector<std::string>& argv,
                      const std::string& input, const EnvList& env) {
   TempDir io;
-  const std::string inPath = io.file("stdin");
-  const std::string outPath = io.file("stdout");
-  const std::string errPath = io.file("stderr");
-  writeFile(inPath, input);
-
-  const std::vector<std::string> command = wrappedCommand(argv);
-
-  RunResult result;
-  const pid_t pid = fork();
-  if (pid == 0) {
-    const int in = ::open(inPath.c_str(), O_RDONLY);
-    const int outFd = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    const int errFd = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (in < 0 || outFd < 0 || errFd < 0) _exit(126);
-    dup2(in, 0);
-    dup2(outFd, 1);
-    dup2(errFd, 2);
-    execWithEnv(command, env);
-  }
+  writeFile(io.file("in"), input);
+  const int fds[3] = {::open(io.file("in").c_str(), O_RDONLY),
+                      ::open(io.file("out").c_str(), O_WRONLY | O_CREAT, 0644),
+                      ::open(io.file("err").c_str(), O_WRONLY | O_CREAT, 0644)};
+  const pid_t pid = spawn(argv, env, fds);
+  for (int fd : fds) ::close(fd);
   int status = 0;
   const bool waited = pid > 0 && waitpid(pid, &status, 0) == pid;
-  if (waited && WIFEXITED(status)) {
-    result.status = WEXITSTATUS(status);
-  }
-  result.out = readFile(outPath);
-  result.err = readFile(errPath);
+  RunResult result;
+  if (waited && WIFEXITED(status)) result.status = WEXITSTATUS(status);
+  result.out = readFile(io.file("out"));
+  result.err = readFile(io.file("err"));
   // No program under test ends on a signal or with the checkers' status,
   // whatever the test expects of its output.
-  if (waited && WIFSIGNALED(status)) {
-    ADD_FAILURE() << argv[0] << " was killed by signal " << WTERMSIG(status)
-                  << "; its standard error:\n" << result.err;
-  } else if (result.status == kCheckerStatus) {
-    ADD_FAILURE() << argv[0] << " ended with status " << kCheckerStatus
-                  << " (a sanitizer or valgrind report); its standard "
-                     "error:\n"
+  if ((waited && WIFSIGNALED(status)) || result.status == kCheckerStatus) {
+    ADD_FAILURE() << argv[0] << " ended with wait status " << status
+                  << " (a signal, or a sanitizer or valgrind report at "
+                  << kCheckerStatus << "); its standard error:\n"
                   << result.err;
   }
   return result;
@@ -173,40 +121,36 @@ RunResult runConsole(const std::string& input, const EnvList& env) {
 
 std::string maskTimestamps(const std::string& text) {
   static const std::regex stamp(
-      "(\x1b\\[33m)?\\[\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\](\x1b\\[0m)?");
+      "(\x1b\\[33m)?\\[\\d{4}-\\d\\d-\\d\\d "
+      "\\d\\d:\\d\\d:\\d\\d\\](\x1b\\[0m)?");
   return std::regex_replace(text, stamp, "<TS>");
 }
 
 std::vector<std::string> splitAtPrompts(const std::string& out) {
-  static const std::string kColoured =
+  const std::string coloured =
       "\x1b[32mplease enter the console command:\x1b[0m\n";
-  static const std::string kPlain = "please enter the console command:\n";
-  const std::string& prompt =
-      out.find(kColoured) != std::string::npos ? kColoured : kPlain;
+  const std::string prompt = out.find(coloured) != std::string::npos
+                                 ? coloured
+                                 : "please enter the console command:\n";
   std::vector<std::string> parts;
   size_t start = 0;
-  for (;;) {
-    const size_t at = out.find(prompt, start);
-    if (at == std::string::npos) break;
+  for (size_t at; (at = out.find(prompt, start)) != std::string::npos;
+       start = at + prompt.size()) {
     parts.push_back(out.substr(start, at - start));
-    start = at + prompt.size();
   }
   parts.push_back(out.substr(start));
   return parts;
 }
 
 std::string commandOutput(const std::string& out) {
-  std::vector<std::string> parts = splitAtPrompts(out);
+  const std::vector<std::string> parts = splitAtPrompts(out);
   std::string text;
   for (size_t i = 1; i < parts.size(); ++i) text += parts[i];
-  static const std::string kByes[] = {"\x1b[31mBye Trellis Maintain\x1b[0m\n",
-                                      "Bye Trellis Maintain\n"};
-  for (const std::string& bye : kByes) {
-    if (text.size() >= bye.size() &&
-        text.compare(text.size() - bye.size(), bye.size(), bye) == 0) {
-      text.resize(text.size() - bye.size());
-      break;
-    }
+  for (const char* bye :
+       {"\x1b[31mBye Trellis Maintain\x1b[0m\n", "Bye Trellis Maintain\n"}) {
+    const size_t at = text.size() - std::min(text.size(), std::strlen(bye));
+    if (text.compare(at, std::string::npos, bye) == 0)
+      return text.substr(0, at);
   }
   return text;
 }
@@ -218,18 +162,15 @@ Captured capture(const std::function<void()>& body) {
   testing::internal::CaptureStderr();
   body();
   std::fflush(stdout);
-  Captured result;
-  result.out = testing::internal::GetCapturedStdout();
-  result.err = testing::internal::GetCapturedStderr();
-  return result;
+  const std::string out = testing::internal::GetCapturedStdout();
+  return {out, testing::internal::GetCapturedStderr()};
 }
 
 UseDevice::UseDevice(const std::string& image) : saved_(deviceName) {
   struct stat st;
-  const uint64_t capacity =
-      ::stat(image.c_str(), &st) == 0 ? static_cast<uint64_t>(st.st_size) : 0;
   setDevicePath(image);
-  trellisHead = computeTrellisHead(capacity);
+  trellisHead = computeTrellisHead(
+      ::stat(image.c_str(), &st) == 0 ? static_cast<uint64_t>(st.st_size) : 0);
 }
 
 UseDevice::UseDevice(const std::string& image, uint64_t capacity)
@@ -242,14 +183,11 @@ UseDevice::~UseDevice() { setDevicePath(saved_); }
 
 std::string readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
+  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 void writeFile(const std::string& path, const std::string& bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
 }
 
 bool fileExists(const std::string& path) {

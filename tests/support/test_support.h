@@ -4,6 +4,8 @@
 #ifndef TRELLIS_TESTS_SUPPORT_TEST_SUPPORT_H_
 #define TRELLIS_TESTS_SUPPORT_TEST_SUPPORT_H_
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -35,24 +37,23 @@ class CardImage {
  public:
   CardImage(const std::string& path, uint64_t size);
   const std::string& path() const { return path_; }
-  uint64_t size() const { return size_; }
   void put(uint64_t offset, const void* bytes, size_t count) const;
   void putText(uint64_t offset, const std::string& text) const;
-  void put8(uint64_t offset, uint8_t value) const;
-  void put16(uint64_t offset, uint16_t value) const;
-  void put32(uint64_t offset, uint32_t value) const;
-  void put64(uint64_t offset, uint64_t value) const;
+  void put8(uint64_t offset, uint8_t value) const { putLE(offset, value, 1); }
+  void put32(uint64_t offset, uint32_t value) const { putLE(offset, value, 4); }
+  void put64(uint64_t offset, uint64_t value) const { putLE(offset, value, 8); }
   std::string read(uint64_t offset, size_t count) const;
 
  private:
+  // The low `count` bytes of `value`, least significant first.
+  void putLE(uint64_t offset, uint64_t value, size_t count) const;
+
   std::string path_;
-  uint64_t size_;
 };
 
 // Layout of a 2 GiB card as start-up computes it, worked out by hand:
 // reserve 42949672, index area 42898344, idxFileSize 10724586.
 constexpr uint64_t kCard2G = 2147483648ULL;
-constexpr uint64_t kCard2GFileSize = 10724586;
 constexpr uint64_t kCard2GRec = 51328;
 constexpr uint64_t kCard2GRecBackUp = 10775914;
 constexpr uint64_t kCard2GPic = 21500500;
@@ -70,12 +71,12 @@ using EnvList = std::vector<std::pair<std::string, std::string>>;
 // plus `env`). TRELLIS_TEST_EXEC_WRAPPER, when set, is put in front of the
 // binary (an emulator, say).
 RunResult runConsole(const std::string& input, const EnvList& env);
-// `argv` with TRELLIS_TEST_EXEC_WRAPPER's words in front of it.
-std::vector<std::string> wrappedCommand(const std::vector<std::string>& argv);
-// In a forked child: the console's environment (TZ=UTC, no NO_COLOR or
-// TRELLIS_* variables, then `env`), then exec of `command`. Never returns.
-[[noreturn]] void execWithEnv(const std::vector<std::string>& command,
-                              const EnvList& env);
+// Starts `argv`, with TRELLIS_TEST_EXEC_WRAPPER's words in front of it, in
+// the console's environment (TZ=UTC, no NO_COLOR or TRELLIS_* variables,
+// then `env`), with `fds` as its standard input, output and error (-1:
+// closed); returns its process id.
+pid_t spawn(const std::vector<std::string>& argv, const EnvList& env,
+            const int fds[3]);
 // The status the sanitizers (ASAN_OPTIONS/UBSAN_OPTIONS exitcode) and
 // valgrind (--error-exitcode) are told to end with when they report, so a
 // report in a spawned program fails the test that spawned it.
