@@ -33,7 +33,8 @@ chmod 1777 "$logs"
 
 export TRELLIS_TEST_EXEC_WRAPPER="valgrind --error-exitcode=99 \
 --leak-check=full --show-leak-kinds=all --errors-for-leak-kinds=all \
---track-fds=yes -q --log-file=$logs/%p.log"
+--track-fds=yes -q --suppressions=$PWD/tools/valgrind.supp \
+--log-file=$logs/%p.log"
 ctest --test-dir "$build" --output-on-failure -j"${JOBS:-2}" "$@"
 status=$?
 
