@@ -37,6 +37,15 @@ int sysFseek(FILE* stream, uint64_t offset) {
   return ::fseeko64(stream, static_cast<off64_t>(offset), SEEK_SET);
 }
 
+// Large blocks (the copy buffer) start on a page, as the kernel's copies
+// to and from the page cache like them; the rest come from malloc.
+void* sysMalloc(size_t size) {
+  constexpr size_t kPage = 4096;
+  if (size < 16 * kPage) return std::malloc(size);
+  if (size > SIZE_MAX - kPage) return nullptr;
+  return std::aligned_alloc(kPage, (size + kPage - 1) / kPage * kPage);
+}
+
 const char* envOrEmpty(const char* name) {
   const char* value = std::getenv(name);
   return value == nullptr ? "" : value;
@@ -47,7 +56,7 @@ const char* envOrEmpty(const char* name) {
 const SysCalls kSystemCalls = {
     sysOpen,  sysLseek,   ::read,       ::write,      ::close,
     ::fstat,  sysBlockDeviceSize,       ::fopen64,    sysFseek,
-    ::fread,  ::fwrite,   ::fclose,     std::malloc,  std::free,
+    ::fread,  ::fwrite,   ::fclose,     sysMalloc,    std::free,
 };
 
 SysCalls sys = kSystemCalls;
