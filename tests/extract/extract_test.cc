@@ -3,10 +3,12 @@
 // way either can fail, with the messages, the result, what is left of the
 // output file, and every stream and buffer given back.
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <ostream>
 #include <string>
@@ -104,6 +106,47 @@ INSTANTIATE_TEST_SUITE_P(BothKinds, SegmentTest, testing::ValuesIn(kKinds),
                          [](const testing::TestParamInfo<SegmentKind>& p) {
                            return std::string(p.param.name);
                          });
+
+// A copy longer than 64 MiB shows one progress line when standard error is
+// a terminal, redrawn at most five times a second and wiped before the
+// result; when it is not a terminal, nothing extra is printed.
+TEST(SegmentProgressTest, DrawnOnlyOnATerminalAndWipedBeforeTheResult) {
+  TempDir dir;
+  UseMediaDir media(dir.path());
+  SysOverride restore;
+  CardImage data(dir.file("TR00005.mp4"), 72 * 1048576);
+  ASSERT_EQ(symlink("/dev/null", dir.file("00005_0009.mp4").c_str()), 0);
+  sys.fread = [](void* buf, size_t size, size_t count, FILE* stream) {
+    usleep(50000);
+    return kSystemCalls.fread(buf, size, count, stream);
+  };
+  EXPECT_EQ(capture([] { extract(kKinds[0], 1, 0, 72 * 1048576); }).err, "");
+
+  const int master = posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_TRUE(master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0);
+  const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY);
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(capture([terminal] {
+              const int saved = dup(2);
+              dup2(terminal, 2);
+              extract(kKinds[0], 1, 0, 72 * 1048576);
+              dup2(saved, 2);
+              close(saved);
+            }).out,
+            "[SUCCESS] Extracted 75497472 bytes to " + dir.file("00005_0009.mp4") + "\n");
+  const double seconds =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  close(terminal);
+  std::string screen;
+  char buf[4096];
+  for (ssize_t got; (got = read(master, buf, sizeof buf)) > 0;) screen.append(buf, got);
+  close(master);
+  EXPECT_NE(screen.find(" of 75497472 bytes ("), std::string::npos) << screen;
+  const size_t draws = std::count(screen.begin(), screen.end(), '\r') - 2;
+  EXPECT_TRUE(draws >= 1 && draws <= seconds * 5 + 1) << draws << " in " << seconds;
+  const size_t wipe = screen.find_last_of('\r', screen.size() - 2);
+  EXPECT_EQ(screen.substr(wipe + 1), std::string(screen.size() - wipe - 2, ' ') + "\r");
+}
 
 // A segment of kChunk + 2000 bytes: failures in the second chunk leave the
 // first behind.
