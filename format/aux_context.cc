@@ -89,14 +89,7 @@ int _tr_maintainPrintIndexAuxContext(const IndexFileAuxiliaryContext* ctx,
       "===\033[0m\n",
       auxNum, ctxNum);
 
-  char start[32];
-  char end[32];
-  _tr_maintainFormatUnixTime(c.startTime, start, sizeof start);
-  _tr_maintainFormatUnixTime(c.endTime, end, sizeof end);
-  printGreenField("utc startTime", start);
-  printGreenField("utc endTime", end);
-  printGreenField("timeZone", timeZoneText(c.timeZone));
-  printGreenField("DST", tableWord(kEnableWords, 2, c.DST));
+  printTimeSpanFields(c.startTime, c.endTime, c.timeZone, c.DST);
   printFlagField("isUsed", c.isUsed);
   printFlagField("isFull", c.isFull);
   printGreenField("Valid Position Count",

@@ -53,14 +53,7 @@ void printTimeGroup(const tr_TimeInfo& time, uint64_t mask) {
     printInvalidGroup("Time Info");
     return;
   }
-  char start[32];
-  char end[32];
-  _tr_maintainFormatUnixTime(time.startTime, start, sizeof start);
-  _tr_maintainFormatUnixTime(time.endTime, end, sizeof end);
-  printGreenField("utc startTime", start);
-  printGreenField("utc endTime", end);
-  printGreenField("timeZone", timeZoneText(time.timeZone));
-  printGreenField("DST", tableWord(kEnableWords, 2, time.DST));
+  printTimeSpanFields(time.startTime, time.endTime, time.timeZone, time.DST);
 }
 
 void printEncodeGroup(const tr_RecDataFileInfo& r) {

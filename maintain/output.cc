@@ -148,6 +148,18 @@ void printMagicField(const char* stored, size_t size, const char* expected) {
                                 magic == expected ? kGreen : kRed);
 }
 
+void printTimeSpanFields(int64_t startTime, int64_t endTime, int32_t timeZone,
+                         uint64_t dst) {
+  char start[32];
+  char end[32];
+  _tr_maintainFormatUnixTime(startTime, start, sizeof start);
+  _tr_maintainFormatUnixTime(endTime, end, sizeof end);
+  printGreenField("utc startTime", start);
+  printGreenField("utc endTime", end);
+  printGreenField("timeZone", timeZoneText(timeZone));
+  printGreenField("DST", tableWord(kEnableWords, 2, dst));
+}
+
 void errTimestamped(const std::string& text) {
   char stamp[64];
   _tr_maintainGetColoredTimestamp(stamp, sizeof stamp);

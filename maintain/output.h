@@ -57,6 +57,10 @@ void printNumberField(const char* label, uint64_t value);
 void printSizeField(const char* label, uint64_t bytes);
 void printFlagField(const char* label, uint64_t value);
 void printMagicField(const char* stored, size_t size, const char* expected);
+// The four lines of a stored span of time: "utc startTime", "utc endTime",
+// "timeZone" and "DST", all green.
+void printTimeSpanFields(int64_t startTime, int64_t endTime, int32_t timeZone,
+                         uint64_t dst);
 
 // "<timestamp> \e[31m<text>\e[0m" on standard error: the one-line reports
 // of the readers and of start-up.
