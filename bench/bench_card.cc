@@ -9,10 +9,10 @@
 #include <cstring>
 #include <vector>
 
+#include "format/device_layout.h"
 #include "format/index_file_head.h"
 #include "format/index_layout.h"
 #include "format/rec_data_file_info.h"
-#include "maintain/startup.h"
 
 namespace tr {
 namespace bench {

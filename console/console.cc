@@ -7,9 +7,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/output.h"
+#include "base/platform.h"
 #include "maintain/commands.h"
-#include "maintain/output.h"
-#include "maintain/platform.h"
 #include "maintain/startup.h"
 
 namespace tr {

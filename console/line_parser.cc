@@ -1,7 +1,7 @@
 #include <cstring>
 
+#include "base/platform.h"
 #include "console/console.h"
-#include "maintain/platform.h"
 
 namespace tr {
 namespace {

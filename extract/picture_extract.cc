@@ -4,9 +4,10 @@
 #include <cstdint>
 #include <string>
 
-#include "extract/data_file.h"
-#include "maintain/output.h"
-#include "maintain/platform.h"
+#include "base/output.h"
+#include "base/platform.h"
+#include "base/stream.h"
+#include "format/data_files.h"
 
 namespace tr {
 namespace {

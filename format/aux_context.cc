@@ -2,12 +2,12 @@
 
 #include <cstring>
 
+#include "base/device.h"
+#include "base/output.h"
+#include "base/platform.h"
+#include "format/device_layout.h"
 #include "format/index_file_head.h"
 #include "format/index_layout.h"
-#include "maintain/device.h"
-#include "maintain/output.h"
-#include "maintain/platform.h"
-#include "maintain/startup.h"
 
 namespace tr {
 namespace {

@@ -7,11 +7,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/device.h"
+#include "base/output.h"
+#include "format/device_layout.h"
 #include "format/index_file_head.h"
 #include "format/index_layout.h"
-#include "maintain/device.h"
-#include "maintain/output.h"
-#include "maintain/startup.h"
 
 namespace tr {
 // `kind` does not change where an auxiliary lies: the region has the same

@@ -8,10 +8,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/device.h"
+#include "base/output.h"
 #include "format/index_file_head.h"
 #include "format/index_layout.h"
-#include "maintain/device.h"
-#include "maintain/output.h"
 
 namespace tr {
 

@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "maintain/device.h"
-#include "maintain/output.h"
-#include "maintain/platform.h"
+#include "base/device.h"
+#include "base/output.h"
+#include "base/platform.h"
 
 namespace tr {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "maintain/output.h"
-#include "maintain/platform.h"
+#include "base/output.h"
+#include "base/platform.h"
 
 namespace tr {
 namespace {

@@ -2,11 +2,11 @@
 
 #include <cstring>
 
+#include "base/device.h"
+#include "base/output.h"
+#include "base/platform.h"
 #include "format/index_file_head.h"
 #include "format/index_layout.h"
-#include "maintain/device.h"
-#include "maintain/output.h"
-#include "maintain/platform.h"
 
 namespace tr {
 namespace {

@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "maintain/device.h"
-#include "maintain/output.h"
+#include "base/device.h"
+#include "base/output.h"
 
 namespace tr {
 

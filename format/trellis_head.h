@@ -1,6 +1,6 @@
 // The storage head: 128 bytes at byte 51200 of the raw device, naming where
 // the four index files lie and how large each is. Start-up computes the same
-// record in memory from the device size (maintain/startup.h); the one on the
+// record in memory from the device size (format/device_layout.h); the one on the
 // device is only read, printed and, on request, zeroed.
 #ifndef TRELLIS_FORMAT_TRELLIS_HEAD_H_
 #define TRELLIS_FORMAT_TRELLIS_HEAD_H_

@@ -19,9 +19,9 @@
 #include <string>
 #include <vector>
 
+#include "base/platform.h"
 #include "console/console.h"
 #include "fuzz/fuzz_support.h"
-#include "maintain/platform.h"
 
 namespace tr {
 namespace fuzz {

@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <set>
 
-#include "maintain/platform.h"
+#include "base/platform.h"
 
 namespace tr {
 namespace fuzz {

@@ -22,10 +22,11 @@
 #include <string>
 #include <vector>
 
+#include "base/output.h"
+#include "base/platform.h"
+#include "format/device_layout.h"
 #include "fuzz/fuzz_support.h"
 #include "maintain/commands.h"
-#include "maintain/output.h"
-#include "maintain/platform.h"
 #include "maintain/startup.h"
 
 namespace tr {

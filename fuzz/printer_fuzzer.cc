@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "base/output.h"
 #include "format/aux_context.h"
 #include "format/aux_head.h"
 #include "format/data_file_head.h"
@@ -17,7 +18,6 @@
 #include "format/rec_data_file_info.h"
 #include "format/trellis_head.h"
 #include "fuzz/fuzz_support.h"
-#include "maintain/output.h"
 
 namespace tr {
 namespace fuzz {

@@ -1,8 +1,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "format/device_layout.h"
 #include "maintain/commands.h"
-#include "maintain/startup.h"
 
 namespace tr {
 namespace {

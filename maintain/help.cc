@@ -3,9 +3,9 @@
 // each number after the first.
 #include <string>
 
+#include "base/output.h"
+#include "base/platform.h"
 #include "maintain/commands.h"
-#include "maintain/output.h"
-#include "maintain/platform.h"
 
 namespace tr {
 namespace {

@@ -3,22 +3,16 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <cstdio>
-#include <cstring>
-
-#include "maintain/output.h"
-#include "maintain/platform.h"
+#include "base/output.h"
+#include "base/platform.h"
+#include "format/device_layout.h"
 
 namespace tr {
-
-tr_TrellisHead trellisHead;
-
 namespace {
 
 void capacityFailure(const char* what) {
   errTimestamped(formatString("_tr_maintainGetDeviceCapacity %s", what));
 }
-
 
 }  // namespace
 
@@ -43,24 +37,6 @@ uint64_t _tr_maintainGetDeviceCapacity(const char* path) {
   }
   sys.close(fd);
   return size;
-}
-
-uint64_t _tr_maintainGetReserveSpaceSzie(uint64_t capacity) {
-  return static_cast<uint64_t>(static_cast<double>(capacity) * 0.02);
-}
-
-tr_TrellisHead computeTrellisHead(uint64_t capacity) {
-  tr_TrellisHead head;
-  std::memset(&head, 0, sizeof head);
-  const uint64_t reserve = _tr_maintainGetReserveSpaceSzie(capacity);
-  const uint64_t indexArea = reserve - kFirstIndexFileOffset;
-  head.idxFileSize = indexArea >> 2;
-  std::memcpy(head.magicWord, kTrellisMagic, sizeof head.magicWord);
-  head.idxFileOffsetAV = kFirstIndexFileOffset;
-  head.idxFileBackupOffsetAV = head.idxFileOffsetAV + head.idxFileSize;
-  head.idxFileOffsetPic = head.idxFileOffsetAV + 2 * head.idxFileSize;
-  head.idxFileBackupOffsetPic = head.idxFileOffsetAV + 3 * head.idxFileSize;
-  return head;
 }
 
 int _tr_maintainInit() {

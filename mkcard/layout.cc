@@ -2,9 +2,9 @@
 
 #include <limits>
 
+#include "base/output.h"
+#include "format/device_layout.h"
 #include "format/index_layout.h"
-#include "maintain/output.h"
-#include "maintain/startup.h"
 
 namespace tr {
 namespace {

@@ -1,5 +1,5 @@
 // Where the builder puts the card's index structures: the console's own
-// start-up layout for the card's size (maintain/startup.h) and the region
+// start-up layout for the card's size (format/device_layout.h) and the region
 // offsets of format/index_layout.h, plus the checks that the chosen
 // dimensions fit. Each index file holds, from its start, the header and the
 // data-file area (264 + files x (32 + segments x S) bytes, S = 640 for

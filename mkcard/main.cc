@@ -5,8 +5,8 @@
 #include <ctime>
 #include <memory>
 
+#include "base/output.h"
 #include "format/index_layout.h"
-#include "maintain/output.h"
 #include "mkcard/card_content.h"
 #include "mkcard/index_writer.h"
 #include "mkcard/layout.h"

@@ -3,9 +3,9 @@
 #include <cctype>
 #include <limits>
 
+#include "base/output.h"
+#include "base/platform.h"
 #include "format/index_layout.h"
-#include "maintain/output.h"
-#include "maintain/platform.h"
 
 namespace tr {
 namespace {

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <vector>
 
-#include "maintain/output.h"
+#include "base/output.h"
 #include "mkcard/target.h"
 
 namespace tr {

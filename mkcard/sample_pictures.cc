@@ -2,7 +2,7 @@
 
 #include <ctime>
 
-#include "maintain/platform.h"
+#include "base/platform.h"
 #include "mkcard/jpeg_encoder.h"
 
 namespace tr {

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
+#include "base/platform.h"
 #include "format/iframe_index.h"
-#include "maintain/platform.h"
 #include "mkcard/sample_pictures.h"
 
 namespace tr {

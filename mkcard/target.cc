@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "maintain/output.h"
+#include "base/output.h"
 
 namespace tr {
 namespace {

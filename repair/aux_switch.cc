@@ -2,11 +2,11 @@
 
 #include <cstring>
 
+#include "base/device.h"
 #include "format/aux_head.h"
+#include "format/device_layout.h"
 #include "format/index_file_head.h"
 #include "format/index_layout.h"
-#include "maintain/device.h"
-#include "maintain/startup.h"
 #include "repair/markers.h"
 
 namespace tr {

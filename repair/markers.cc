@@ -2,8 +2,8 @@
 
 #include <cstring>
 
+#include "base/device.h"
 #include "format/trellis_head.h"
-#include "maintain/device.h"
 
 namespace tr {
 namespace {

@@ -2,7 +2,7 @@
 // size, one close, and a fixed diagnostic block for each failing step. First
 // the routines themselves, then every reading command of the console
 // failing at its first read, its last read and its close.
-#include "maintain/device.h"
+#include "base/device.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

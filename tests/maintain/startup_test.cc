@@ -1,3 +1,4 @@
+#include "format/device_layout.h"
 #include "maintain/startup.h"
 
 #include <gtest/gtest.h>

@@ -15,7 +15,6 @@
 #include <string>
 #include <vector>
 
-#include "maintain/commands.h"
 #include "repair/aux_switch.h"
 #include "repair/markers.h"
 #include "tests/support/device_faults.h"
@@ -162,13 +161,14 @@ TEST(SwitchNumberTest, AcceptsOnlyAnAuxiliaryOfTheRegion) {
     UseDevice device(image.path(), k.capacity);
     fillCard(image, k.maxAux);
     const std::string before = image.read(0, kLayoutEnd);
-    std::string words[] = {"recChangeAuxCtxNum", k.aux, "772"};
-    char* argv[] = {&words[0][0], &words[1][0], &words[2][0]};
     int result = 0;
     Captured c;
     {
       FaultyDevice counted{Fault()};
-      c = capture([&] { result = tr_maintain(3, argv); });
+      c = capture([&] {
+        result = _tr_maintainChangeAuxCtxNum(
+            51328, static_cast<uint32_t>(std::stoi(k.aux)), 772);
+      });
       EXPECT_EQ(counted.opened(), 1);
       EXPECT_EQ(counted.closed(), 1);
     }

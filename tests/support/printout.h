@@ -13,7 +13,7 @@
 #include <ostream>
 #include <string>
 
-#include "maintain/platform.h"
+#include "base/platform.h"
 #include "tests/support/test_support.h"
 
 namespace tr {

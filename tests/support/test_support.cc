@@ -14,7 +14,7 @@
 #include <regex>
 #include <sstream>
 
-#include "maintain/startup.h"
+#include "format/device_layout.h"
 
 namespace tr {
 namespace test {

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "maintain/platform.h"
+#include "base/platform.h"
 
 namespace tr {
 namespace test {

@@ -1,22 +1,14 @@
-// Streams and buffers for the data files on the card's file system: the
-// record data files "TR<fileNum>.mp4" and the picture data files
-// "TR<fileNum>.picture" in the media directory, and the files media are
-// copied into. Every call goes through tr::sys, so a test can make any one
-// of them fail.
-#ifndef TRELLIS_EXTRACT_DATA_FILE_H_
-#define TRELLIS_EXTRACT_DATA_FILE_H_
+// Holders for the streams and heap blocks of the data files on the card's
+// file system and of the files media are copied into. Every call goes
+// through tr::sys, so a test can make any one of them fail.
+#ifndef TRELLIS_BASE_STREAM_H_
+#define TRELLIS_BASE_STREAM_H_
 
 #include <cstddef>
 #include <cstdio>
 #include <string>
 
 namespace tr {
-
-constexpr const char kRecordDataSuffix[] = ".mp4";
-constexpr const char kPictureDataSuffix[] = ".picture";
-
-// The media directory's "TR" + fileNum as five digits + `suffix`.
-std::string dataFilePath(int fileNum, const char* suffix);
 
 // An open stream, closed at scope end if the owner has not closed it. The
 // owner closes explicitly, in the order it needs, and checks the result
@@ -61,4 +53,4 @@ class HeapBuffer {
 
 }  // namespace tr
 
-#endif  // TRELLIS_EXTRACT_DATA_FILE_H_
+#endif  // TRELLIS_BASE_STREAM_H_

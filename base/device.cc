@@ -1,4 +1,4 @@
-#include "maintain/device.h"
+#include "base/device.h"
 
 #include <fcntl.h>
 
@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "maintain/output.h"
-#include "maintain/platform.h"
+#include "base/output.h"
+#include "base/platform.h"
 
 namespace tr {
 namespace {

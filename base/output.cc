@@ -1,4 +1,4 @@
-#include "maintain/output.h"
+#include "base/output.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -6,7 +6,7 @@
 #include <ctime>
 #include <vector>
 
-#include "maintain/platform.h"
+#include "base/platform.h"
 
 namespace tr {
 

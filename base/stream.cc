@@ -1,12 +1,8 @@
-#include "extract/data_file.h"
+#include "base/stream.h"
 
-#include "maintain/platform.h"
+#include "base/platform.h"
 
 namespace tr {
-
-std::string dataFilePath(int fileNum, const char* suffix) {
-  return mediaPath(formatString("TR%05d%s", fileNum, suffix));
-}
 
 Stream::Stream(const std::string& path, const char* mode)
     : file_(sys.fopen(path.c_str(), mode)) {}

@@ -1,4 +1,4 @@
-#include "maintain/output.h"
+#include "base/output.h"
 
 #include <gtest/gtest.h>
 

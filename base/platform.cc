@@ -1,4 +1,4 @@
-#include "maintain/platform.h"
+#include "base/platform.h"
 
 #include <fcntl.h>
 #include <linux/fs.h>

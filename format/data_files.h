@@ -1,0 +1,19 @@
+// The data files on the card's file system that the index files point into:
+// one record data file "TR<fileNum>.mp4" and one picture data file
+// "TR<fileNum>.picture" per data file number, in the media directory.
+#ifndef TRELLIS_FORMAT_DATA_FILES_H_
+#define TRELLIS_FORMAT_DATA_FILES_H_
+
+#include <string>
+
+namespace tr {
+
+constexpr const char kRecordDataSuffix[] = ".mp4";
+constexpr const char kPictureDataSuffix[] = ".picture";
+
+// The media directory's "TR" + fileNum as five digits + `suffix`.
+std::string dataFilePath(int fileNum, const char* suffix);
+
+}  // namespace tr
+
+#endif  // TRELLIS_FORMAT_DATA_FILES_H_
