@@ -1,6 +1,22 @@
 #include "format/index_layout.h"
 
+#include "format/aux_context.h"
+#include "format/aux_head.h"
+#include "format/data_file_head.h"
+#include "format/index_file_head.h"
+#include "format/jpg_data_file_info.h"
+#include "format/rec_data_file_info.h"
+
 namespace tr {
+
+// The region map is stated in bytes; each record is the struct read there.
+static_assert(kIndexFileHeadSize == sizeof(tr_IndexFileHead), "");
+static_assert(kDataFileHeadSize == sizeof(tr_DataFileHead), "");
+static_assert(kRecSegmentInfoSize == sizeof(tr_RecDataFileInfo), "");
+static_assert(kJpgSegmentInfoSize == sizeof(tr_JPGDataFileInfo), "");
+static_assert(kAuxHeadSize == sizeof(IndexFileAuxiliaryHead), "");
+static_assert(kAuxContextSize == sizeof(IndexFileAuxiliaryContext), "");
+static_assert(kAuxRegionSize == 4320800, "");
 
 uint64_t segmentInfoSize(uint32_t kind) {
   return kind == kRecordKind ? kRecSegmentInfoSize : kJpgSegmentInfoSize;

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "format/device_layout.h"
+#include "format/index_layout.h"
 #include "maintain/commands.h"
 
 namespace tr {
@@ -51,8 +52,9 @@ uint64_t selectorOffset(Selector selector) {
 }
 
 uint32_t selectorKind(Selector selector) {
-  return selector == Selector::kPic || selector == Selector::kPicBackUp ? 2
-                                                                        : 1;
+  return selector == Selector::kPic || selector == Selector::kPicBackUp
+             ? kPictureKind
+             : kRecordKind;
 }
 
 int tr_maintain(int count, char** words) {
