@@ -241,6 +241,22 @@ void printReservedDump(const void* data, size_t len) {
 
 void printRecordEnd() { out("\033[35m===========END==========\n\033[0m"); }
 
+int outColoured(const char* colour, const std::string& text) {
+  return outText(colour + text + kReset);
+}
+
+void printRecordHeading(const std::string& title) {
+  printRecordTimestamp();
+  outColoured(kMagenta, "=== " + title + " ===");
+  out("\n");
+}
+
+void printSection(const std::string& text) { outColoured(kBlue, text); }
+
+void printInvalidGroup(const std::string& group) {
+  outColoured(kRed, "\n[" + group + " effinfoMask invalid]\n");
+}
+
 void printDiagnosticTitle(const char* colour, const char* title) {
   char stamp[64];
   _tr_maintainGetColoredTimestamp(stamp, sizeof stamp);

@@ -6,8 +6,8 @@
 //
 // All output goes through out()/err(). With colour switched off (NO_COLOR)
 // they drop every escape sequence and change nothing else.
-#ifndef TRELLIS_BASE_OUTPUT_H_
-#define TRELLIS_BASE_OUTPUT_H_
+#ifndef TRELLIS_MAINTAIN_OUTPUT_H_
+#define TRELLIS_MAINTAIN_OUTPUT_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -90,10 +90,24 @@ void printRecordTimestamp();
 void printReservedDump(const void* data, size_t len);
 void printRecordEnd();
 
+// `text` between `colour` and the reset sequence, on standard output. Record
+// printers colour their titles and sections only through this and the
+// helpers below.
+int outColoured(const char* colour, const std::string& text);
+// The heading of a printed record: the timestamp framed by line breaks,
+// then "=== <title> ===" in magenta and a line break.
+void printRecordHeading(const std::string& title);
+// A blue section title, written with its line breaks as the printer places
+// them ("\n[Media Info]\n").
+void printSection(const std::string& text);
+// The red "[<group> effinfoMask invalid]" line that stands in for the
+// fields of a group whose validity bits are clear.
+void printInvalidGroup(const std::string& group);
+
 // A diagnostic title line on standard error: timestamp, blank, the title in
 // `colour`.
 void printDiagnosticTitle(const char* colour, const char* title);
 
 }  // namespace tr
 
-#endif  // TRELLIS_BASE_OUTPUT_H_
+#endif  // TRELLIS_MAINTAIN_OUTPUT_H_

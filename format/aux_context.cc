@@ -61,7 +61,8 @@ int _tr_maintainCountValidPositions(const uint32_t* positions, int n) {
 
 int _tr_maintainPrintPositionChunk(const uint32_t* positions, int start,
                                    int count, const char* title) {
-  int result = out("\033[34m  %s:\n\033[0m", title != nullptr ? title : "");
+  int result = outColoured(kBlue, formatString("  %s:\n",
+                                               title != nullptr ? title : ""));
   if (positions == nullptr) return result;
   // Whatever the caller asks, only the 100 entries of the array are listed.
   const int64_t end = static_cast<int64_t>(start) + count;
@@ -84,10 +85,8 @@ int _tr_maintainPrintIndexAuxContext(const IndexFileAuxiliaryContext* ctx,
   // A copy, so that no field is read through a pointer of unknown alignment.
   IndexFileAuxiliaryContext c;
   std::memcpy(&c, ctx, sizeof c);
-  printRecordTimestamp();
-  out("\033[35m=== auxNum:%d, ctxNum:%d IndexFileAuxiliaryContext "
-      "===\033[0m\n",
-      auxNum, ctxNum);
+  printRecordHeading(formatString(
+      "auxNum:%d, ctxNum:%d IndexFileAuxiliaryContext", auxNum, ctxNum));
 
   printTimeSpanFields(c.startTime, c.endTime, c.timeZone, c.DST);
   printFlagField("isUsed", c.isUsed);

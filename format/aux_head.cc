@@ -9,6 +9,7 @@
 
 #include "base/device.h"
 #include "base/output.h"
+#include "base/platform.h"
 #include "format/device_layout.h"
 #include "format/index_file_head.h"
 #include "format/index_layout.h"
@@ -44,18 +45,11 @@ int _tr_maintainPrintIndexAuxHeader(const IndexFileAuxiliaryHead* header,
   }
   IndexFileAuxiliaryHead h;
   std::memcpy(&h, header, sizeof h);
-  // The coloured timestamp is 30 characters, so 32 bytes hold it whole.
-  char stamp[32];
-  _tr_maintainGetColoredTimestamp(stamp, sizeof stamp);
-  out("\n%s\n", stamp);
-  out("\033[35m=== auxNum:%d IndexFileAuxiliaryHead ===\033[0m\n", auxNum);
+  printRecordHeading(formatString("auxNum:%d IndexFileAuxiliaryHead", auxNum));
 
   printFlagField("isUsed", h.isUsed);
   printFlagField("isFull", h.isFull);
-  char count[16];
-  std::snprintf(count, sizeof count, "%u",
-                static_cast<unsigned>(h.currentCount));
-  _tr_maintainPrintColoredField("Current Count", count, kGreen);
+  printNumberField("Current Count", h.currentCount);
 
   printReservedDump(h.reserved, sizeof h.reserved);
   printRecordEnd();

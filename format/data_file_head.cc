@@ -10,6 +10,7 @@
 
 #include "base/device.h"
 #include "base/output.h"
+#include "base/platform.h"
 #include "format/index_file_head.h"
 #include "format/index_layout.h"
 
@@ -41,8 +42,7 @@ int _tr_maintainPrintDataFileHeader(const tr_DataFileHead* header,
   }
   tr_DataFileHead h;
   std::memcpy(&h, header, sizeof h);
-  printRecordTimestamp();
-  out("\033[35m=== fileNum:%d tr_DataFileHead ===\033[0m\n", fileNum);
+  printRecordHeading(formatString("fileNum:%d tr_DataFileHead", fileNum));
 
   printMagicField(h.magicWord, sizeof h.magicWord, kDataFileMagic);
   printNumberField("Channel", h.channel);

@@ -34,9 +34,8 @@ int _tr_maintainPrintIFrameIndex(const tr_RecDataFileInfo* info, int fileNum,
     out("[ERROR] _tr_maintainPrintIFrameIndex This segment has no data\n");
     return -1;
   }
-  printRecordTimestamp();
-  out("\033[35m=== fileNum:%d, segmentNum:%d tr_IFrameIndex ===\033[0m\n",
-      fileNum, segmentNum);
+  printRecordHeading(formatString("fileNum:%d, segmentNum:%d tr_IFrameIndex",
+                                  fileNum, segmentNum));
 
   const std::string path = dataFilePath(fileNum, kRecordDataSuffix);
   // A trailing part entry is ignored; the count is kept in 32 bits, as the

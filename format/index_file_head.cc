@@ -44,17 +44,18 @@ int _tr_maintainPrintIndexFileHeader(const tr_IndexFileHead* header) {
   tr_IndexFileHead h;
   std::memcpy(&h, header, sizeof h);
   printRecordTimestamp();
-  out("\033[35m=== tr_IndexFileHead ===\n\033[0m");
+  outColoured(kMagenta, "=== tr_IndexFileHead ===\n");
 
   printMagicField(h.magicWord, sizeof h.magicWord, kIndexFileMagic);
   _tr_maintainPrintColoredField("File Type", fileTypeName(h.fileType), kGreen);
 
-  out("\033[34mWrite File Indexes:\n\033[0m");
+  printSection("Write File Indexes:\n");
   for (int c = 1; c <= 32; ++c) {
     const uint32_t index = h.writeFileIndex[c - 1];
     out("  Channel %02d: ", c);
     if (index > kPlausibleWriteIndex) {
-      out("\033[31m%u\033[0m\n", index);
+      outColoured(kRed, formatString("%u", index));
+      out("\n");
     } else {
       out("%u\n", index);
     }

@@ -23,10 +23,10 @@ void printImageDetail(const tr_ImageDetail& detail) {
 void printImageDetails(const tr_JPGDataFileInfo& j) {
   if ((j.effinfoMask & ETR_MEDIAFILEEFFINFO_TIME) !=
       ETR_MEDIAFILEEFFINFO_TIME) {
-    out("\033[31m\n[Time Info effinfoMask invalid]\n\033[0m");
+    printInvalidGroup("Time Info");
     return;
   }
-  out("\033[34m\n[Image Details]\n\033[0m");
+  printSection("\n[Image Details]\n");
   // validNum is a whole byte; a damaged one may claim more entries than the
   // record has room for.
   const int count =
@@ -36,8 +36,7 @@ void printImageDetails(const tr_JPGDataFileInfo& j) {
 
 void printPictureEncode(const tr_JPGDataFileInfo& j) {
   if ((j.effinfoMask & ETR_MEDIAFILEEFFINFO_ENCODE) == 0) {
-    out("\033[31m\n[PictureEncode Info ETR_MEDIAFILEEFFINFO_ENCODE effinfoMask "
-        "invalid]\n\033[0m");
+    printInvalidGroup("PictureEncode Info ETR_MEDIAFILEEFFINFO_ENCODE");
     return;
   }
   printGreenField("type", _tr_maintainVideoEncodeTypeToStr(j.pictureEncode.type));
@@ -57,26 +56,24 @@ int _tr_maintainPrintJpgDataInfo(const tr_JPGDataFileInfo* info, int fileNum,
   // A copy, so that no field is read through a pointer of unknown alignment.
   tr_JPGDataFileInfo j;
   std::memcpy(&j, info, sizeof j);
-  printRecordTimestamp();
-  out("\033[35m=== fileNum:%d, segmentNum:%d tr_JPGDataFileInfo ===\033[0m\n",
-      fileNum, segmentNum);
-
-  printMagicField(j.magicWord, sizeof j.magicWord, kSegmentInfoMagic);
-  printFlagField("In Use", j.inUse);
+  printSegmentInfoHeading("tr_JPGDataFileInfo", fileNum, segmentNum,
+                          j.magicWord, sizeof j.magicWord, j.inUse);
   printGreenField("dataIndex", formatString("%u", j.dataIndex));
   printGreenField("fragmentOffset", hex64Text(j.fragmentOffset));
   printGreenField("fragmentSize", sizeText(j.fragmentSize));
 
-  out("\033[34m\n[Media Info]\n\033[0m");
-  out("\033[34m\n[JPG Info]\n\033[0m");
+  printSection("\n[Media Info]\n");
+  printSection("\n[JPG Info]\n");
   printGreenField("validNum", formatString("%d", j.validNum));
   printGreenField("effinfoMask", hex64Text(j.effinfoMask));
   printImageDetails(j);
 
-  out("\n\033[34m[File Type]\n\033[0m");
+  out("\n");
+  printSection("[File Type]\n");
   printFileTypeInfo(j.fileTypeInfo, j.effinfoMask);
 
-  out("\n\033[34m[PictureEncode Info]\n\033[0m");
+  out("\n");
+  printSection("[PictureEncode Info]\n");
   printPictureEncode(j);
 
   printReservedDump(j.reserved, sizeof j.reserved);

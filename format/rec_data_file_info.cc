@@ -35,11 +35,6 @@ const RecordType kRecordTypes[4] = {
     {'M', "Event", "eventMask", &tr_FileTypeInfo::eventMask},
     {'R', "Scheduled", "TimingMask", &tr_FileTypeInfo::TimingMask}};
 
-
-void printInvalidGroup(const char* group) {
-  out("\033[31m\n[%s effinfoMask invalid]\n\033[0m", group);
-}
-
 // Up to 1000 Hz in Hz, from there in kHz with one decimal. The division is
 // done in single precision, as the recorder does it.
 std::string frequencyText(uint32_t hertz) {
@@ -108,6 +103,15 @@ const char* _tr_maintainAudioEncodeTypeToStr(int type) {
   return kAudioNames[type];
 }
 
+void printSegmentInfoHeading(const char* recordName, int fileNum,
+                             int segmentNum, const char* magicWord,
+                             size_t magicSize, uint64_t inUse) {
+  printRecordHeading(formatString("fileNum:%d, segmentNum:%d %s", fileNum,
+                                  segmentNum, recordName));
+  printMagicField(magicWord, magicSize, kSegmentInfoMagic);
+  printFlagField("In Use", inUse);
+}
+
 std::string hex64Text(uint64_t value) {
   return formatString("0x%016llX", static_cast<unsigned long long>(value));
 }
@@ -153,30 +157,29 @@ int _tr_maintainPrintRecDataInfo(const tr_RecDataFileInfo* info, int fileNum,
   // A copy, so that no field is read through a pointer of unknown alignment.
   tr_RecDataFileInfo r;
   std::memcpy(&r, info, sizeof r);
-  printRecordTimestamp();
-  out("\033[35m=== fileNum:%d, segmentNum:%d tr_RecDataFileInfo ===\033[0m\n",
-      fileNum, segmentNum);
-
-  printMagicField(r.magicWord, sizeof r.magicWord, kSegmentInfoMagic);
-  printFlagField("In Use", r.inUse);
+  printSegmentInfoHeading("tr_RecDataFileInfo", fileNum, segmentNum,
+                          r.magicWord, sizeof r.magicWord, r.inUse);
   printGreenField("dataOffset", hex64Text(r.dataOffset));
   printGreenField("datalen", sizeText(r.datalen));
   printGreenField("iFrameInfoOffset", hex64Text(r.iFrameInfoOffset));
   printGreenField("iFrameInfoSize", hex64Text(r.iFrameInfoSize));
 
-  out("\033[34m\n[Media Info]\n\033[0m");
-  out("\033[34m\n[Time Info]\n\033[0m");
+  printSection("\n[Media Info]\n");
+  printSection("\n[Time Info]\n");
   printGreenField("effinfoMask", hex64Text(r.effinfoMask));
   printTimeGroup(r.timeInfo, r.effinfoMask);
 
-  out("\n\033[34m[File Type]\n\033[0m");
+  out("\n");
+  printSection("[File Type]\n");
   printFileTypeInfo(r.fileTypeInfo, r.effinfoMask);
 
-  out("\n\033[34m[Encode Info]\n\033[0m");
+  out("\n");
+  printSection("[Encode Info]\n");
   printEncodeGroup(r);
   printGreenField("dataIndex", formatString("%u", r.dataIndex));
 
-  out("\n\033[34m[InfoEx]\n\033[0m");
+  out("\n");
+  printSection("[InfoEx]\n");
   printGreenField("Is Incomplete",
              tableWord(kUpperYesNoWords, 2, r.infoEx.isIncomplete));
   printGreenField("infoEx.position",

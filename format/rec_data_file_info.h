@@ -158,6 +158,11 @@ const char* _tr_maintainAudioEncodeTypeToStr(int type);
 // the channel, each group or, when its effinfoMask bit is clear, its red
 // "invalid" line.
 void printFileTypeInfo(const tr_FileTypeInfo& info, uint64_t effinfoMask);
+// The opening both segment info printers share: the record heading titled
+// "fileNum:F, segmentNum:S <recordName>", the magic word and "In Use".
+void printSegmentInfoHeading(const char* recordName, int fileNum,
+                             int segmentNum, const char* magicWord,
+                             size_t magicSize, uint64_t inUse);
 // "0x" and sixteen upper-case hexadecimal digits, as the segment infos show
 // offsets and masks.
 std::string hex64Text(uint64_t value);

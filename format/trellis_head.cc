@@ -9,6 +9,7 @@
 
 #include "base/device.h"
 #include "base/output.h"
+#include "base/platform.h"
 
 namespace tr {
 
@@ -34,7 +35,7 @@ int _tr_maintainPrintTrellisHead(const tr_TrellisHead* head) {
   tr_TrellisHead h;
   std::memcpy(&h, head, sizeof h);
   printRecordTimestamp();
-  out("\033[35m=== tr_TrellisHead ===\n\033[0m");
+  outColoured(kMagenta, "=== tr_TrellisHead ===\n");
 
   printMagicField(h.magicWord, sizeof h.magicWord, kTrellisMagic);
   printNumberField("idxFileOffsetAV", h.idxFileOffsetAV);
