@@ -3,8 +3,8 @@
 // step prints its diagnostic block on standard error, closes the device
 // quietly and returns -1, so a caller never touches the descriptor after a
 // failure and reports nothing further. Only -1 means failure.
-#ifndef TRELLIS_MAINTAIN_DEVICE_H_
-#define TRELLIS_MAINTAIN_DEVICE_H_
+#ifndef TRELLIS_BASE_DEVICE_H_
+#define TRELLIS_BASE_DEVICE_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -40,4 +40,4 @@ int _tr_maintainCloseDevice(int fd, bool warn);
 
 }  // namespace tr
 
-#endif  // TRELLIS_MAINTAIN_DEVICE_H_
+#endif  // TRELLIS_BASE_DEVICE_H_

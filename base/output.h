@@ -6,8 +6,8 @@
 //
 // All output goes through out()/err(). With colour switched off (NO_COLOR)
 // they drop every escape sequence and change nothing else.
-#ifndef TRELLIS_MAINTAIN_OUTPUT_H_
-#define TRELLIS_MAINTAIN_OUTPUT_H_
+#ifndef TRELLIS_BASE_OUTPUT_H_
+#define TRELLIS_BASE_OUTPUT_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -110,4 +110,4 @@ void printDiagnosticTitle(const char* colour, const char* title);
 
 }  // namespace tr
 
-#endif  // TRELLIS_MAINTAIN_OUTPUT_H_
+#endif  // TRELLIS_BASE_OUTPUT_H_

@@ -4,8 +4,8 @@
 // TRELLIS_DEVICE and TRELLIS_MEDIA_DIR point them at a card image or a card
 // reader. Every system call that touches the card goes through `sys`, so a
 // test can make any one of them fail.
-#ifndef TRELLIS_MAINTAIN_PLATFORM_H_
-#define TRELLIS_MAINTAIN_PLATFORM_H_
+#ifndef TRELLIS_BASE_PLATFORM_H_
+#define TRELLIS_BASE_PLATFORM_H_
 
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -62,4 +62,4 @@ extern const SysCalls kSystemCalls;
 
 }  // namespace tr
 
-#endif  // TRELLIS_MAINTAIN_PLATFORM_H_
+#endif  // TRELLIS_BASE_PLATFORM_H_
