@@ -57,20 +57,23 @@ int _tr_maintainPrintIFrameIndex(const tr_RecDataFileInfo* info, int fileNum,
         static_cast<unsigned long long>(info->iFrameInfoOffset));
     return -1;
   }
-  for (uint32_t i = 0; i < count; ++i) {
+  bool whole = true;
+  for (uint32_t i = 0; i < count && whole; ++i) {
     tr_IFrameIndex entry;
     // At the end of the file fread sets no errno: clear it so the reason
     // shown is this read's, not a stale one.
     errno = 0;
-    if (sys.fread(&entry, sizeof entry, 1, source.get()) != 1) {
+    whole = sys.fread(&entry, sizeof entry, 1, source.get()) == 1;
+    if (whole) {
+      printIFrame(entry, i + 1, count);
+    } else {
       errPerror("[ERROR]  fread failed");
-      break;
     }
-    printIFrame(entry, i + 1, count);
   }
   printRecordEnd();
   source.close();
-  return 0;
+  // A table cut short was listed as far as it goes, and still failed.
+  return whole ? 0 : -1;
 }
 
 }  // namespace tr

@@ -26,6 +26,10 @@ static_assert(offsetof(tr_IFrameIndex, utcTime) == 0, "");
 static_assert(offsetof(tr_IFrameIndex, offset) == 8, "");
 static_assert(offsetof(tr_IFrameIndex, reserved) == 12, "");
 
+// Lists the segment's I-frame table from its record data file. 0 when the
+// whole table was listed (or it is empty); -1 after an "[ERROR]" line when
+// the segment holds no data, the file cannot be opened or sought, or the
+// table ends early (the entries read so far are listed).
 int _tr_maintainPrintIFrameIndex(const tr_RecDataFileInfo* info, int fileNum,
                                  int segmentNum);
 

@@ -101,16 +101,16 @@ TEST_F(IFrameIndexTest, NothingToListOrNoFileToListFrom) {
 // claims 96 (three entries).
 TEST_F(IFrameIndexInProcess, FileEndingInsideTheTableListsWhatItHolds) {
   setTable(4096, 96, std::string(4096, 'x') + kTable.substr(0, 48));
-  const Captured c = list(0);
+  const Captured c = list(-1);
   EXPECT_EQ(c.out, golden("iframe_index_cut.txt"));
   EXPECT_EQ(c.err, "[ERROR]  fread failed: Success\n");
 }
 
-// A read error keeps the entries before it and ends the listing normally.
+// A read error keeps the entries before it and fails the listing.
 TEST_F(IFrameFaultTest, ReadErrorInsideTheTableEndsTheListing) {
   setTable(4096, 96, std::string(4096, 'x') + kTable);
   ledger_.failFread(EIO, 2);
-  const Captured c = list(0);
+  const Captured c = list(-1);
   EXPECT_EQ(c.out, golden("iframe_index_cut.txt"));
   EXPECT_EQ(c.err, "[ERROR]  fread failed: Input/output error\n");
 }
