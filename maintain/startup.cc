@@ -39,12 +39,17 @@ uint64_t _tr_maintainGetDeviceCapacity(const char* path) {
   return size;
 }
 
-int _tr_maintainInit() {
+uint64_t loadDeviceLayout() {
   const uint64_t capacity = _tr_maintainGetDeviceCapacity(deviceName.c_str());
+  trellisHead = computeTrellisHead(capacity);
+  return capacity;
+}
+
+int _tr_maintainInit() {
+  const uint64_t capacity = loadDeviceLayout();
   const uint64_t reserve = _tr_maintainGetReserveSpaceSzie(capacity);
   printNumberField("deviceSize", capacity);
   printNumberField("reserveSpaceSize", reserve);
-  trellisHead = computeTrellisHead(capacity);
   printNumberField("idxSectorSize", reserve - kFirstIndexFileOffset);
   printNumberField("idxFileSize", trellisHead.idxFileSize);
   _tr_maintainPrintColoredField("magicWord", trellisHead.magicWord, kGreen);
@@ -52,7 +57,7 @@ int _tr_maintainInit() {
   printNumberField("idxFileBackupOffsetAV", trellisHead.idxFileBackupOffsetAV);
   printNumberField("idxFileOffsetPic", trellisHead.idxFileOffsetPic);
   printNumberField("idxFileBackupOffsetPic", trellisHead.idxFileBackupOffsetPic);
-  return 0;
+  return capacity == 0 ? -1 : 0;
 }
 
 }  // namespace tr

@@ -7,7 +7,14 @@
 
 namespace tr {
 
-// Fills trellisHead and prints the nine start-up lines. Never fails.
+// Measures the device and computes trellisHead from its size, printing
+// nothing but the diagnostic of a failed measurement. Returns the size; 0
+// when the device could not be measured or is empty, and the layout is then
+// the one a size of 0 gives (the recorder goes on with it; its commands
+// fail at their reads).
+uint64_t loadDeviceLayout();
+// loadDeviceLayout(), then the nine start-up lines. 0, or -1 when the device
+// gave no size.
 int _tr_maintainInit();
 // The device's size in bytes, or 0 after a diagnostic. A regular file (a
 // card image) is measured by its size.
