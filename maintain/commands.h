@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "format/aux_context.h"
 #include "format/aux_head.h"
@@ -32,6 +33,22 @@ enum class ArgList : uint8_t {
   kFileSegmentPicture  // fileNum segmentNum picNum
 };
 
+// One number a command takes: its name (in the help text and in the usage
+// of a command line), the help text's parameter text, and the width the
+// help pads its continuation line to when it is not the first number.
+struct Argument {
+  const char* name;
+  const char* text;
+  size_t continuationWidth;
+};
+
+struct ArgumentList {
+  const Argument* items[3];
+  int count;
+};
+
+ArgumentList argumentsOf(ArgList args);
+
 // The dispatcher's record buffer: room for the largest record, cleared to
 // the command's record size before each read.
 union RecordBuffer {
@@ -54,8 +71,9 @@ struct CommandCall {
   RecordBuffer* record;
 };
 
-// 0 or -1; a reader's -1 ends the command, an action's result is the
-// command's only for the writing commands.
+// 0 or -1; a reader's -1 ends the command, and the action's result is the
+// command's. Printers do not fail; a listing, an extraction or a writing
+// command returns -1 after its own diagnostic.
 using CommandStep = int (*)(const CommandCall& call);
 
 struct CommandRow {
@@ -76,9 +94,25 @@ int wordCount(ArgList args);
 uint64_t selectorOffset(Selector selector);
 uint32_t selectorKind(Selector selector);
 
-// The dispatcher: `words` are the `count` words after `maintain`.
+// The dispatcher: `words` are the `count` words after `maintain`. -1 when
+// the command failed (its diagnostic printed) or the words earned the help.
 int tr_maintain(int count, char** words);
 void printHelp();
+
+// The row of `word` whatever its word count, or null.
+const CommandRow* commandNamed(const char* word);
+// The row whose word is nearest `word` by edit distance, letter case aside;
+// of rows equally near, the first.
+const CommandRow* closestCommand(const char* word);
+// The word and the names of its numbers: "recDataFileInfo fileNum segmentNum".
+std::string commandUsage(const CommandRow& row);
+// Levenshtein distance of two words, letter case aside.
+size_t editDistance(const std::string& a, const std::string& b);
+// Checks the words after `maintain` against the table without running
+// anything: 0 when they are a command with its numbers, or none at all (the
+// help); else -1 after one line on standard error naming what is wrong, the
+// closest command and its usage.
+int checkCommandWords(int count, char** words);
 
 }  // namespace tr
 

@@ -19,21 +19,7 @@ const CommandRow* findCommand(const char* word, int count) {
 
 }  // namespace
 
-int wordCount(ArgList args) {
-  switch (args) {
-    case ArgList::kNone:
-      return 1;
-    case ArgList::kFile:
-    case ArgList::kAux:
-      return 2;
-    case ArgList::kFileSegment:
-    case ArgList::kAuxContext:
-      return 3;
-    case ArgList::kFileSegmentPicture:
-      return 4;
-  }
-  return 0;
-}
+int wordCount(ArgList args) { return 1 + argumentsOf(args).count; }
 
 uint64_t selectorOffset(Selector selector) {
   switch (selector) {
@@ -76,11 +62,11 @@ int tr_maintain(int count, char** words) {
                       {0, 0, 0},
                       &record};
   for (int i = 1; i < count; ++i) call.arg[i - 1] = std::atoi(words[i]);
-  if (row->reader == nullptr) return row->action(call) == -1 ? -1 : 0;
-  std::memset(record.bytes, 0, row->recordSize);
-  if (row->reader(call) == -1) return -1;
-  row->action(call);
-  return 0;
+  if (row->reader != nullptr) {
+    std::memset(record.bytes, 0, row->recordSize);
+    if (row->reader(call) == -1) return -1;
+  }
+  return row->action(call) == -1 ? -1 : 0;
 }
 
 }  // namespace tr

@@ -21,41 +21,6 @@ constexpr size_t kContinuationIndent = 13;
 constexpr int kShiftedParamRow = 9;
 constexpr int kShortContinuationRow = 13;
 
-struct Argument {
-  const char* name;
-  const char* text;
-  size_t continuationWidth;
-};
-
-constexpr Argument kFileArg = {"fileNum", "fileNum=file number", 0};
-constexpr Argument kSegmentArg = {"segmentNum", "segmentNum=segment num", 94};
-constexpr Argument kAuxArg = {"auxNum", "auxNum=auxiliary num", 0};
-constexpr Argument kContextArg = {"ctxNum", "ctxNum=content num", 96};
-constexpr Argument kPictureArg = {"picNum", "picNum=picture num", 94};
-
-struct ArgumentList {
-  const Argument* items[3];
-  int count;
-};
-
-ArgumentList argumentsOf(ArgList args) {
-  switch (args) {
-    case ArgList::kNone:
-      return {{}, 0};
-    case ArgList::kFile:
-      return {{&kFileArg}, 1};
-    case ArgList::kAux:
-      return {{&kAuxArg}, 1};
-    case ArgList::kFileSegment:
-      return {{&kFileArg, &kSegmentArg}, 2};
-    case ArgList::kAuxContext:
-      return {{&kAuxArg, &kContextArg}, 2};
-    case ArgList::kFileSegmentPicture:
-      return {{&kFileArg, &kSegmentArg, &kPictureArg}, 3};
-  }
-  return {{}, 0};
-}
-
 void padTo(std::string& line, size_t column) {
   if (line.size() < column) line.append(column - line.size(), ' ');
 }
@@ -84,7 +49,7 @@ void printRow(int number, const CommandRow& row) {
     padTo(more, kParamColumn);
     more += arg.text;
     size_t width = arg.continuationWidth;
-    if (number == kShortContinuationRow && &arg == &kSegmentArg) --width;
+    if (number == kShortContinuationRow && i == 1) --width;
     padTo(more, width);
     printLine(more);
   }
