@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "base/output.h"
+#include "base/version.h"
 #include "format/index_layout.h"
 #include "mkcard/card_content.h"
 #include "mkcard/index_writer.h"
@@ -53,6 +54,10 @@ int run(int argc, char** argv) {
   if (parseOptions(argc, argv, &options) == -1) return kBadCommandLine;
   if (options.help) {
     printUsage();
+    return 0;
+  }
+  if (options.version) {
+    out("trellis-mkcard %s\n", kVersion);
     return 0;
   }
   if (options.sample && (options.files < kSampleMinFiles ||

@@ -145,6 +145,10 @@ int parseOptions(int argc, char** argv, MkcardOptions* options) {
       options->help = true;
       continue;
     }
+    if (word == "-V" || word == "--version") {
+      options->version = true;
+      continue;
+    }
     if (word == "--force") {
       options->force = true;
       continue;
@@ -162,7 +166,7 @@ int parseOptions(int argc, char** argv, MkcardOptions* options) {
     }
     if (applyValue(name, value, options) == -1) return -1;
   }
-  if (!options->help && options->target.empty()) {
+  if (!options->help && !options->version && options->target.empty()) {
     return usageError("no target given: name an image file or a block device");
   }
   return 0;
@@ -207,6 +211,7 @@ void printUsage() {
       "  --force             write over an existing non-empty image file, a\n"
       "                      block device, or data files already in MEDIA_DIR\n"
       "  -h, --help          print this text and exit\n"
+      "  -V, --version       print the version and exit\n"
       "\n"
       "Without --force nothing that exists is overwritten; a mounted block\n"
       "device is refused even then. In the sample, the picture backup index\n"

@@ -21,6 +21,7 @@ struct MkcardOptions {
   std::string mediaDir;  // where sample mode writes the data files
   bool force = false;
   bool help = false;
+  bool version = false;
 };
 
 // Parses argv into `options`. Returns 0, or -1 after printing what is wrong
