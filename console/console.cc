@@ -1,14 +1,18 @@
 #include "console/console.h"
 
 #include <sys/select.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "base/output.h"
 #include "base/platform.h"
+#include "base/version.h"
+#include "console/options.h"
 #include "maintain/commands.h"
 #include "maintain/startup.h"
 
@@ -52,13 +56,10 @@ bool wordIs(const tr_LineParser* words, const char* text) {
   return std::strcmp(words->argv[0], text) == 0;
 }
 
-}  // namespace
-
-int32_t _tr_getLine(char* buf, uint32_t size) {
-  if (buf == nullptr || size == 0) return 0;
-  buf[0] = '\0';
-  if (!waitForInput()) return 0;
-  if (std::fgets(buf, static_cast<int>(size), stdin) == nullptr) {
+// One line of at most size - 1 characters from `stream`, without its last
+// character (the newline of a whole line); its length, 0 when none was read.
+int32_t readLine(FILE* stream, char* buf, uint32_t size) {
+  if (std::fgets(buf, static_cast<int>(size), stream) == nullptr) {
     buf[0] = '\0';
     return 0;
   }
@@ -66,6 +67,166 @@ int32_t _tr_getLine(char* buf, uint32_t size) {
   if (length == 0) return 0;
   buf[length - 1] = '\0';
   return static_cast<int32_t>(length - 1);
+}
+
+// Where the command lines come from: standard input (typed, piped in, or
+// -f -), a script file (-f), or the -c lines. Lines from a file or from -c
+// are read as typed ones are, pieces of 2047 characters included; a -c line
+// is taken as typed with its newline.
+class LineSource {
+ public:
+  LineSource() = default;
+  LineSource(const LineSource&) = delete;
+  LineSource& operator=(const LineSource&) = delete;
+  ~LineSource() {
+    if (stream_ != stdin) std::fclose(stream_);
+  }
+
+  // 0, or -1 after a message when the script cannot be opened.
+  int open(const Options& options) {
+    if (!options.commands.empty()) {
+      for (const std::string& command : options.commands) {
+        text_ += command + "\n";
+      }
+      stream_ = fmemopen(&text_[0], text_.size(), "r");
+      name_ = "-c";
+    } else if (!options.script.empty() && options.script != "-") {
+      stream_ = std::fopen(options.script.c_str(), "r");
+      name_ = options.script;
+    }
+    if (stream_ != nullptr) return 0;
+    err("trellis-maintain: %s: %s\n", name_.c_str(), std::strerror(errno));
+    stream_ = stdin;
+    return -1;
+  }
+
+  int32_t next(char* buf, uint32_t size) {
+    if (stream_ == stdin) return _tr_getLine(buf, size);
+    const int32_t length = readLine(stream_, buf, size);
+    if (std::ferror(stream_) && readError_ == 0) readError_ = errno;
+    return length;
+  }
+
+  bool ended() const {
+    return stream_ == stdin ? consoleInputEnded()
+                            : std::feof(stream_) || std::ferror(stream_);
+  }
+
+  // 0, or -1 after a message when the script could not be read to its end.
+  int finish() const {
+    if (readError_ == 0) return 0;
+    err("trellis-maintain: %s: %s\n", name_.c_str(),
+        std::strerror(readError_));
+    return -1;
+  }
+
+ private:
+  FILE* stream_ = stdin;
+  std::string text_;  // the -c lines, each ended by its newline
+  std::string name_;
+  int readError_ = 0;
+};
+
+bool colourWanted(ColourWhen when) {
+  const char* noColour = std::getenv("NO_COLOR");
+  if (noColour != nullptr && *noColour != '\0') return false;
+  if (when == ColourWhen::kAuto) return isatty(STDOUT_FILENO) == 1;
+  return when == ColourWhen::kAlways;
+}
+
+// A line whose first word is neither `maintain` nor `exit`. A command word
+// given without `maintain` is the likely slip in a script.
+void reportNoCommand(const char* word) {
+  const CommandRow* row = commandNamed(word);
+  std::string closest = "maintain COMMAND [NUMBER]...";
+  if (row != nullptr) {
+    closest = "maintain " + commandUsage(*row);
+  } else if (editDistance(word, "exit") < editDistance(word, "maintain")) {
+    closest = "exit";
+  }
+  err("console: %s: no such command; closest: %s\n", word, closest.c_str());
+}
+
+// Runs one line other than `exit`. 0, or -1 when its command failed. A
+// `checked` line (-c, -f, -q) that names no command, or gives one the wrong
+// count of numbers, gets one line on standard error instead of the
+// recorder's answer (the help, the hint, or silence).
+int runLine(const tr_LineParser* words, bool checked) {
+  if (wordIs(words, "maintain")) {
+    const int count = words->argc - 1;
+    char** rest = words->argv + 1;
+    if (checked) {
+      if (checkCommandWords(count, rest) == -1) return -1;
+      if (count == 0) {  // the help, asked for
+        printHelp();
+        return 0;
+      }
+    }
+    return tr_maintain(count, rest);
+  }
+  if (checked) {
+    reportNoCommand(words->argv[0]);
+    return -1;
+  }
+  out("console: command not found\n");
+  out("support: \n\tmaintain xxx\n\texit\n");
+  return 0;
+}
+
+int runConsole(const Options& options) {
+#ifndef __GLIBC__
+  std::setvbuf(stdin, nullptr, _IONBF, 0);
+#endif
+  setColourEnabled(colourWanted(options.colour));
+  loadPlatform();
+  if (!options.device.empty()) setDevicePath(options.device);
+  if (!options.mediaDir.empty()) setMediaDir(options.mediaDir);
+  LineSource source;
+  if (source.open(options) == -1) return kExitUsage;
+
+  const bool quiet = options.quiet;
+  if (!quiet) out("\033[31mHello Trellis Maintain\033[0m\n");
+  const bool measured =
+      quiet ? loadDeviceLayout() != 0 : _tr_maintainInit() != -1;
+  if (options.scripted() && !measured) {
+    err("trellis-maintain: %s: no size could be measured; no command was "
+        "run\n",
+        deviceName.c_str());
+    return kExitUsage;
+  }
+
+  const bool checked = quiet || options.scripted();
+  bool failed = false;
+  char line[kLineBufferSize];
+  for (;;) {
+    if (!quiet) out("\033[32mplease enter the console command:\033[0m\n");
+    std::fflush(stdout);
+    std::memset(line, 0, sizeof line);
+    const int32_t length = source.next(line, sizeof line);
+    if (length < 1 || line[0] == '\0') {
+      if (source.ended()) break;
+      continue;
+    }
+    tr_LineParser* words = _tr_lineParser(line, length);
+    if (words == nullptr) continue;
+    const bool exit = wordIs(words, "exit");
+    if (!exit && runLine(words, checked) == -1) failed = true;
+    _tr_freeLineParser(words);
+    if (exit) break;
+  }
+  if (!quiet) out("\033[31mBye Trellis Maintain\033[0m\n");
+  std::fflush(stdout);
+  if (source.finish() == -1) return kExitUsage;
+  return options.scripted() && failed ? kExitFailed : kExitOk;
+}
+
+}  // namespace
+
+int32_t _tr_getLine(char* buf, uint32_t size) {
+  if (buf == nullptr || size == 0) return 0;
+  buf[0] = '\0';
+  if (!waitForInput()) return 0;
+  return readLine(stdin, buf, size);
 }
 
 bool consoleInputEnded() {
@@ -80,44 +241,20 @@ int invoke_rpc(const char* command, int32_t, int32_t) {
   return 0;
 }
 
-int consoleMain(int, char**) {
-#ifndef __GLIBC__
-  std::setvbuf(stdin, nullptr, _IONBF, 0);
-#endif
-  const char* noColour = std::getenv("NO_COLOR");
-  setColourEnabled(noColour == nullptr || *noColour == '\0');
-  loadPlatform();
-
-  out("\033[31mHello Trellis Maintain\033[0m\n");
-  _tr_maintainInit();
-
-  char line[kLineBufferSize];
-  for (;;) {
-    out("\033[32mplease enter the console command:\033[0m\n");
-    std::fflush(stdout);
-    std::memset(line, 0, sizeof line);
-    const int32_t length = _tr_getLine(line, sizeof line);
-    if (length < 1 || line[0] == '\0') {
-      if (consoleInputEnded()) break;
-      continue;
-    }
-    tr_LineParser* words = _tr_lineParser(line, length);
-    if (words == nullptr) continue;
-    if (wordIs(words, "exit")) {
-      _tr_freeLineParser(words);
+int consoleMain(int argc, char** argv) {
+  Options options;
+  if (parseOptions(argc, argv, &options) == -1) return kExitUsage;
+  switch (options.mode) {
+    case Mode::kPrintUsage:
+      printUsage();
+      return kExitOk;
+    case Mode::kPrintVersion:
+      out("trellis-maintain %s\n", kVersion);
+      return kExitOk;
+    case Mode::kConsole:
       break;
-    }
-    if (wordIs(words, "maintain")) {
-      tr_maintain(words->argc - 1, words->argv + 1);
-    } else {
-      out("console: command not found\n");
-      out("support: \n\tmaintain xxx\n\texit\n");
-    }
-    _tr_freeLineParser(words);
   }
-  out("\033[31mBye Trellis Maintain\033[0m\n");
-  std::fflush(stdout);
-  return 0;
+  return runConsole(options);
 }
 
 }  // namespace tr

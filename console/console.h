@@ -34,6 +34,9 @@ int _tr_argvFieldSeperator(char c);
 // reaches it.
 int invoke_rpc(const char* command, int32_t unused1, int32_t unused2);
 
+// The program: parses the command line (console/options.h), then runs the
+// console on standard input, the -f script or the -c lines. Returns the
+// exit status.
 int consoleMain(int argc, char** argv);
 
 }  // namespace tr

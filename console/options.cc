@@ -1,0 +1,214 @@
+#include "console/options.h"
+
+#include <getopt.h>
+
+#include <cstring>
+
+#include "base/output.h"
+#include "base/platform.h"
+
+namespace tr {
+namespace {
+
+// One option: its names, the name of its value in the usage (null when it
+// takes none), its usage text ('\n' continues it on the next line) and what
+// it does to the options, 0 or -1 after usageError().
+struct OptionRow {
+  char shortName;  // 0: the long name only
+  const char* longName;
+  const char* value;
+  const char* help;
+  int (*apply)(Options* options, const char* value);
+};
+
+int usageError(const std::string& message);
+
+const OptionRow kOptionRows[] = {
+    {'d', "device", "PATH",
+     "the raw device or a card image (default:\n"
+     "$TRELLIS_DEVICE, else /dev/mmc0)",
+     [](Options* o, const char* v) {
+       o->device = v;
+       return 0;
+     }},
+    {'m', "media-dir", "DIR",
+     "the data files' directory, where extractions\n"
+     "are written (default: $TRELLIS_MEDIA_DIR,\n"
+     "else /mnt/sd/)",
+     [](Options* o, const char* v) {
+       o->mediaDir = v;
+       return 0;
+     }},
+    {'c', "command", "LINE",
+     "run the console line LINE; repeatable: the\n"
+     "lines run in order, then the console ends",
+     [](Options* o, const char* v) {
+       o->commands.push_back(v);
+       return 0;
+     }},
+    {'f', "file", "FILE",
+     "run the console lines of FILE ('-': standard\n"
+     "input), then end; not with -c",
+     [](Options* o, const char* v) {
+       if (!o->script.empty()) return usageError("-f is given once only");
+       o->script = v;
+       return 0;
+     }},
+    {'q', "quiet", nullptr,
+     "print only what the commands print: no\n"
+     "greeting, layout, prompts or farewell",
+     [](Options* o, const char*) {
+       o->quiet = true;
+       return 0;
+     }},
+    {0, "color", "WHEN",
+     "always (the default), never, or auto (only\n"
+     "when standard output is a terminal); a set\n"
+     "NO_COLOR turns colour off whatever WHEN says",
+     [](Options* o, const char* v) {
+       const ColourWhen choices[] = {ColourWhen::kAlways, ColourWhen::kNever,
+                                     ColourWhen::kAuto};
+       const char* const names[] = {"always", "never", "auto"};
+       for (size_t i = 0; i < 3; ++i) {
+         if (std::strcmp(v, names[i]) == 0) {
+           o->colour = choices[i];
+           return 0;
+         }
+       }
+       return usageError(formatString(
+           "--color wants always, never or auto, not '%s'", v));
+     }},
+    {'h', "help", nullptr, "print this text and exit",
+     [](Options* o, const char*) {
+       o->mode = Mode::kPrintUsage;
+       return 0;
+     }},
+    {'V', "version", nullptr, "print the version and exit",
+     [](Options* o, const char*) {
+       o->mode = Mode::kPrintVersion;
+       return 0;
+     }},
+};
+
+constexpr size_t kRowCount = sizeof kOptionRows / sizeof kOptionRows[0];
+// getopt_long's code of a row without a short name.
+constexpr int kLongOnly = 256;
+constexpr size_t kHelpColumn = 25;
+
+int codeOf(size_t row) {
+  const char shortName = kOptionRows[row].shortName;
+  return shortName != 0 ? shortName : kLongOnly + static_cast<int>(row);
+}
+
+const OptionRow* rowOfCode(int code) {
+  for (size_t i = 0; i < kRowCount; ++i) {
+    if (codeOf(i) == code) return &kOptionRows[i];
+  }
+  return nullptr;
+}
+
+std::string usageText() {
+  std::string text =
+      "Usage: trellis-maintain [OPTION]...\n"
+      "Reads the index records of a Trellis card from its raw device, prints\n"
+      "them, copies media out of its data files and repairs a few index\n"
+      "fields. Without -c or -f it reads console lines on standard input:\n"
+      "'maintain COMMAND [NUMBER]...' runs a command ('maintain' alone lists\n"
+      "all 38), 'exit' ends.\n"
+      "\n"
+      "Options:\n";
+  for (const OptionRow& row : kOptionRows) {
+    std::string names =
+        row.shortName != 0 ? formatString("  -%c, --%s", row.shortName,
+                                          row.longName)
+                           : formatString("      --%s", row.longName);
+    if (row.value != nullptr) {
+      names += (row.shortName != 0 ? " " : "=") + std::string(row.value);
+    }
+    if (names.size() >= kHelpColumn) names += '\n';
+    text += names;
+    for (const char* line = row.help; *line != '\0';) {
+      const char* end = std::strchr(line, '\n');
+      const size_t length = end != nullptr ? end - line : std::strlen(line);
+      const size_t column = text.size() - text.rfind('\n') - 1;
+      text.append(column < kHelpColumn ? kHelpColumn - column : 0, ' ');
+      text.append(line, length);
+      text += '\n';
+      line += end != nullptr ? length + 1 : length;
+    }
+  }
+  text +=
+      "\n"
+      "With -c or -f every line runs, also after a failed one, and the exit\n"
+      "status is 0 when every command succeeded, 1 when any failed or named\n"
+      "no command, 2 for a bad command line or a device that cannot be\n"
+      "measured (then no command runs). Otherwise it is 0, or 2 for a bad\n"
+      "command line.\n"
+      "\n"
+      "Example:\n"
+      "  trellis-maintain -d card.img -m media -q -c 'maintain TrellisHead'\n";
+  return text;
+}
+
+int usageError(const std::string& message) {
+  err("trellis-maintain: %s\n%s", message.c_str(), usageText().c_str());
+  return -1;
+}
+
+int missingValue(const OptionRow& row) {
+  return usageError(formatString("option --%s needs a value (%s)",
+                                 row.longName, row.value));
+}
+
+// The message for what getopt_long refused: `code` is its answer ('?' or
+// ':'), `word` the command-line word it stopped at.
+int refused(int code, const char* word) {
+  const OptionRow* row = rowOfCode(optopt);
+  if (code == ':') return missingValue(*row);
+  if (row != nullptr) {
+    return usageError(formatString("option --%s takes no value", row->longName));
+  }
+  if (optopt != 0) {
+    return usageError(formatString("unknown option '-%c'", optopt));
+  }
+  return usageError(formatString("unknown or ambiguous option '%s'", word));
+}
+
+}  // namespace
+
+int parseOptions(int argc, char** argv, Options* options) {
+  std::string shortNames = ":";  // ':' tells a missing value from the rest
+  struct option longNames[kRowCount + 1] = {};
+  for (size_t i = 0; i < kRowCount; ++i) {
+    const OptionRow& row = kOptionRows[i];
+    const int hasValue = row.value != nullptr ? required_argument : no_argument;
+    longNames[i] = {row.longName, hasValue, nullptr, codeOf(i)};
+    if (row.shortName != 0) {
+      shortNames += row.shortName;
+      if (row.value != nullptr) shortNames += ':';
+    }
+  }
+  opterr = 0;
+  optind = 0;  // start afresh, whatever an earlier parse left
+  for (;;) {
+    const int code = getopt_long(argc, argv, shortNames.c_str(), longNames,
+                                 nullptr);
+    if (code == -1) break;
+    if (code == '?' || code == ':') return refused(code, argv[optind - 1]);
+    const OptionRow& row = *rowOfCode(code);
+    // An empty value is no value: no option has a use for one.
+    if (row.value != nullptr && *optarg == '\0') return missingValue(row);
+    if (row.apply(options, optarg) == -1) return -1;
+  }
+  if (optind < argc) {
+    return usageError(formatString("unexpected argument '%s'", argv[optind]));
+  }
+  if (!options->commands.empty() && !options->script.empty()) {
+    return usageError("-c and -f cannot be used together");
+  }
+  return 0;
+}
+
+void printUsage() { outText(usageText()); }
+
+}  // namespace tr

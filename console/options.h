@@ -1,0 +1,49 @@
+// The console's command line. Started without arguments the console is the
+// recorder's own: it greets, prints the layout and reads commands typed at
+// its prompt. Options point it at a card, feed it command lines from the
+// command line or a file, quieten it and choose its colours; each option is
+// one row of the table in options.cc, which also writes the usage text.
+#ifndef TRELLIS_CONSOLE_OPTIONS_H_
+#define TRELLIS_CONSOLE_OPTIONS_H_
+
+#include <string>
+#include <vector>
+
+namespace tr {
+
+// What the process does. The console loop is one mode; the others end
+// before start-up.
+enum class Mode { kConsole, kPrintUsage, kPrintVersion };
+
+enum class ColourWhen { kAlways, kNever, kAuto };
+
+struct Options {
+  Mode mode = Mode::kConsole;
+  std::string device;    // empty: TRELLIS_DEVICE, else the recorder's device
+  std::string mediaDir;  // empty: TRELLIS_MEDIA_DIR, else the recorder's
+  std::vector<std::string> commands;  // -c lines, in order
+  std::string script;                 // -f; "-" is standard input
+  bool quiet = false;
+  ColourWhen colour = ColourWhen::kAlways;
+
+  // Command lines come from -c or -f, and the exit status tells how they
+  // went.
+  bool scripted() const { return !commands.empty() || !script.empty(); }
+};
+
+// Exit statuses. Without -c or -f the console ends with kExitOk whatever its
+// commands did, as on the recorder.
+constexpr int kExitOk = 0;
+constexpr int kExitFailed = 1;  // a command failed or named no command
+constexpr int kExitUsage = 2;   // a bad command line, or no card to work on
+
+// Parses argv (getopt_long; "--" ends the options). 0, or -1 after one line
+// saying what is wrong and the usage text on standard error.
+int parseOptions(int argc, char** argv, Options* options);
+
+// The usage text, on standard output.
+void printUsage();
+
+}  // namespace tr
+
+#endif  // TRELLIS_CONSOLE_OPTIONS_H_
