@@ -221,7 +221,7 @@ void printUsage() {
       "\n"
       "Example:\n"
       "  trellis-mkcard --size 1G --sample media card.img\n"
-      "  TRELLIS_DEVICE=card.img TRELLIS_MEDIA_DIR=media trellis-maintain\n"
+      "  trellis-maintain -d card.img -m media\n"
       "\n"
       "Exit status: 0 when the card was written, 1 when it was refused or a\n"
       "write failed, 2 for a bad command line.\n");
