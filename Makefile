@@ -7,15 +7,27 @@ ARM_CXX := arm-linux-gnueabihf-g++
 ARM_STRIP := arm-linux-gnueabihf-strip
 QEMU_ARM := qemu-arm
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
+PREFIX ?= /usr/local
+PROGRAMS := trellis-maintain trellis-mkcard
 
-.PHONY: all configure test host-test arm arm-configure arm-test arm-size \
-        demo bench clean
+.PHONY: all configure programs install test host-test arm arm-configure \
+        arm-test arm-size demo bench clean
 
 all: configure
 	cmake --build $(BUILD) -j$(JOBS)
 
 configure:
 	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD)
+
+# The console and the card builder alone, without the tests.
+programs: configure
+	cmake --build $(BUILD) -j$(JOBS) --target $(PROGRAMS)
+
+# Both programs into $(DESTDIR)$(PREFIX)/bin and their man pages into
+# $(DESTDIR)$(PREFIX)/share/man/man1, by the CMake install rules (so
+# `cmake --install build --prefix DIR` does the same).
+install: programs
+	DESTDIR="$(DESTDIR)" cmake --install $(BUILD) --prefix "$(PREFIX)"
 
 # The host suite, then the same suite built for the recorder and run under
 # emulation when the cross compiler and qemu-arm are installed.
@@ -64,7 +76,7 @@ arm-size: arm
 	  sed 's/$$/ bytes: stripped ARM console/'
 
 # A sample card under build/demo/, and the console started on it.
-demo: all
+demo: programs
 	@tools/demo.sh $(BUILD)
 
 # Release build of the console and the benchmark driver in build/release;

@@ -34,5 +34,4 @@ Commands worth trying at the prompt ('maintain' alone lists all 38):
   exit
 
 EOF
-TRELLIS_DEVICE=$demo/card.img TRELLIS_MEDIA_DIR=$demo/media \
-  exec "$build/trellis-maintain"
+exec "$build/trellis-maintain" -d "$demo/card.img" -m "$demo/media"
