@@ -177,10 +177,6 @@ int runConsole(const Options& options) {
 #ifndef __GLIBC__
   std::setvbuf(stdin, nullptr, _IONBF, 0);
 #endif
-  setColourEnabled(colourWanted(options.colour));
-  loadPlatform();
-  if (!options.device.empty()) setDevicePath(options.device);
-  if (!options.mediaDir.empty()) setMediaDir(options.mediaDir);
   LineSource source;
   if (source.open(options) == -1) return kExitUsage;
 
@@ -244,6 +240,11 @@ int invoke_rpc(const char* command, int32_t, int32_t) {
 int consoleMain(int argc, char** argv) {
   Options options;
   if (parseOptions(argc, argv, &options) == -1) return kExitUsage;
+  // Every mode works on the same card, in the same colours.
+  setColourEnabled(colourWanted(options.colour));
+  loadPlatform();
+  if (!options.device.empty()) setDevicePath(options.device);
+  if (!options.mediaDir.empty()) setMediaDir(options.mediaDir);
   switch (options.mode) {
     case Mode::kPrintUsage:
       printUsage();

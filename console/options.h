@@ -11,8 +11,9 @@
 
 namespace tr {
 
-// What the process does. The console loop is one mode; the others end
-// before start-up.
+// What the process does. kConsole runs the console loop; any other mode is
+// a case of its own in consoleMain(), which sets the card and the colours
+// for every mode first.
 enum class Mode { kConsole, kPrintUsage, kPrintVersion };
 
 enum class ColourWhen { kAlways, kNever, kAuto };

@@ -4,6 +4,7 @@
 // line instead of the help table, so a typo is reported where it happened.
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <cstring>
 #include <vector>
 
@@ -18,8 +19,6 @@ constexpr Argument kSegmentArg = {"segmentNum", "segmentNum=segment num", 94};
 constexpr Argument kAuxArg = {"auxNum", "auxNum=auxiliary num", 0};
 constexpr Argument kContextArg = {"ctxNum", "ctxNum=content num", 96};
 constexpr Argument kPictureArg = {"picNum", "picNum=picture num", 94};
-
-const char* plural(int count) { return count == 1 ? "" : "s"; }
 
 }  // namespace
 
@@ -39,6 +38,15 @@ ArgumentList argumentsOf(ArgList args) {
       return {{&kFileArg, &kSegmentArg, &kPictureArg}, 3};
   }
   return {{}, 0};
+}
+
+std::string argumentNames(ArgList args) {
+  const ArgumentList list = argumentsOf(args);
+  std::string names;
+  for (int i = 0; i < list.count; ++i) {
+    names += (i == 0 ? "" : " ") + std::string(list.items[i]->name);
+  }
+  return names;
 }
 
 const CommandRow* commandNamed(const char* word) {
@@ -69,8 +77,8 @@ size_t editDistance(const std::string& a, const std::string& b) {
 }
 
 const CommandRow* closestCommand(const char* word) {
-  const CommandRow* closest = &kCommands[0];
-  size_t best = editDistance(word, closest->word);
+  const CommandRow* closest = nullptr;
+  size_t best = SIZE_MAX;
   for (const CommandRow& row : kCommands) {
     const size_t distance = editDistance(word, row.word);
     if (distance < best) {
@@ -82,13 +90,8 @@ const CommandRow* closestCommand(const char* word) {
 }
 
 std::string commandUsage(const CommandRow& row) {
-  std::string usage = row.word;
-  const ArgumentList args = argumentsOf(row.args);
-  for (int i = 0; i < args.count; ++i) {
-    usage += ' ';
-    usage += args.items[i]->name;
-  }
-  return usage;
+  const std::string names = argumentNames(row.args);
+  return names.empty() ? row.word : row.word + (" " + names);
 }
 
 int checkCommandWords(int count, char** words) {
@@ -100,12 +103,11 @@ int checkCommandWords(int count, char** words) {
     return -1;
   }
   if (wordCount(row->args) == count) return 0;
-  const std::string usage = commandUsage(*row);
+  const std::string names = argumentNames(row->args);
   const int numbers = count - 1;
   err("maintain: %s takes %s (got %d number%s)\n", row->word,
-      row->args == ArgList::kNone ? "no number"
-                                  : usage.c_str() + std::strlen(row->word) + 1,
-      numbers, plural(numbers));
+      names.empty() ? "no number" : names.c_str(), numbers,
+      numbers == 1 ? "" : "s");
   return -1;
 }
 

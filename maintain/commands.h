@@ -48,6 +48,9 @@ struct ArgumentList {
 };
 
 ArgumentList argumentsOf(ArgList args);
+// The names of the numbers, as a command line's usage shows them:
+// "fileNum segmentNum"; "" for none.
+std::string argumentNames(ArgList args);
 
 // The dispatcher's record buffer: room for the largest record, cleared to
 // the command's record size before each read.
