@@ -69,47 +69,69 @@ int32_t readLine(FILE* stream, char* buf, uint32_t size) {
   return static_cast<int32_t>(length - 1);
 }
 
-// Where the command lines come from: standard input (typed, piped in, or
-// -f -), a script file (-f), or the -c lines. Lines from a file or from -c
-// are read as typed ones are, pieces of 2047 characters included; a -c line
-// is taken as typed with its newline.
+// Where the command lines come from: standard input as the console reads
+// it (typed or piped in), or a script: the -c lines, a file given to -f, or
+// standard input given as "-f -". The console reads its input as the
+// recorder does, dropping the last character of every piece of 2047. A
+// script line is taken as written instead: its newline removed, a last line
+// without one kept whole, and a line too long for the console refused, so a
+// script never runs a command cut short.
 class LineSource {
  public:
   LineSource() = default;
   LineSource(const LineSource&) = delete;
   LineSource& operator=(const LineSource&) = delete;
   ~LineSource() {
-    if (stream_ != stdin) std::fclose(stream_);
+    if (stream_ != nullptr && stream_ != stdin) std::fclose(stream_);
   }
 
   // 0, or -1 after a message when the script cannot be opened.
   int open(const Options& options) {
+    if (!options.scripted()) return 0;
     if (!options.commands.empty()) {
       for (const std::string& command : options.commands) {
         text_ += command + "\n";
       }
       stream_ = fmemopen(&text_[0], text_.size(), "r");
       name_ = "-c";
-    } else if (!options.script.empty() && options.script != "-") {
+    } else if (options.script == "-") {
+      stream_ = stdin;
+      name_ = "standard input";
+    } else {
       stream_ = std::fopen(options.script.c_str(), "r");
       name_ = options.script;
     }
     if (stream_ != nullptr) return 0;
     err("trellis-maintain: %s: %s\n", name_.c_str(), std::strerror(errno));
-    stream_ = stdin;
     return -1;
   }
 
+  // The next line in `buf` and its length; 0 for an empty line, the end, or
+  // a refused line (refused() then tells).
   int32_t next(char* buf, uint32_t size) {
-    if (stream_ == stdin) return _tr_getLine(buf, size);
-    const int32_t length = readLine(stream_, buf, size);
-    if (std::ferror(stream_) && readError_ == 0) readError_ = errno;
-    return length;
+    refused_ = false;
+    if (stream_ == nullptr) return _tr_getLine(buf, size);
+    if (std::fgets(buf, static_cast<int>(size), stream_) == nullptr) {
+      if (std::ferror(stream_) && readError_ == 0) readError_ = errno;
+      buf[0] = '\0';
+      return 0;
+    }
+    ++lineNumber_;
+    size_t length = std::strlen(buf);
+    if (length > 0 && buf[length - 1] == '\n') {
+      buf[--length] = '\0';
+    } else if (!std::feof(stream_)) {
+      refuseLongLine(buf);
+      return 0;
+    }
+    return static_cast<int32_t>(length);
   }
 
+  bool refused() const { return refused_; }
+
   bool ended() const {
-    return stream_ == stdin ? consoleInputEnded()
-                            : std::feof(stream_) || std::ferror(stream_);
+    if (stream_ == nullptr) return consoleInputEnded();
+    return std::feof(stream_) || std::ferror(stream_);
   }
 
   // 0, or -1 after a message when the script could not be read to its end.
@@ -121,9 +143,23 @@ class LineSource {
   }
 
  private:
-  FILE* stream_ = stdin;
-  std::string text_;  // the -c lines, each ended by its newline
+  // Skips the rest of a line longer than the console's line buffer.
+  void refuseLongLine(char* buf) {
+    err("trellis-maintain: %s: line %u: longer than %u characters; not "
+        "run\n",
+        name_.c_str(), lineNumber_, kLineBufferSize - 1);
+    int c;
+    while ((c = std::fgetc(stream_)) != EOF && c != '\n') {
+    }
+    buf[0] = '\0';
+    refused_ = true;
+  }
+
+  FILE* stream_ = nullptr;  // null: standard input, read as the console does
+  std::string text_;        // the -c lines, each ended by its newline
   std::string name_;
+  unsigned lineNumber_ = 0;
+  bool refused_ = false;
   int readError_ = 0;
 };
 
@@ -199,6 +235,7 @@ int runConsole(const Options& options) {
     std::fflush(stdout);
     std::memset(line, 0, sizeof line);
     const int32_t length = source.next(line, sizeof line);
+    if (source.refused()) failed = true;
     if (length < 1 || line[0] == '\0') {
       if (source.ended()) break;
       continue;

@@ -104,7 +104,7 @@ TEST_F(ScriptTest, ExitStatusTellsWhetherEveryCommandSucceeded) {
       "This segment has no data\n";
   const struct {
     const char* args;
-    const char* input;
+    std::string input;
     int status;
     std::string errHas;  // a part of standard error; "": none at all
     std::string out;     // the whole of standard output; "*": any
@@ -127,6 +127,12 @@ TEST_F(ScriptTest, ExitStatusTellsWhetherEveryCommandSucceeded) {
        "/none: no size could be measured; no command was run\n", ""},
       {"-qd|CARD|-f|DIR/none", "", 2, "/none: No such file", ""},
       {"-c", "", 2, "option --command needs a value (LINE)\n", ""},
+      // A script's last line needs no newline; a line too long for the
+      // console runs nothing rather than a command cut short.
+      {"-qd|CARD|-f|-", "maintain recDataFileHead 1", 0, "", "*"},
+      {"-qd|CARD|-f|-",
+       "maintain TrellisHead " + std::string(2040, '1') + " 2\nexit\n", 1,
+       "standard input: line 1: longer than 2047 characters; not run\n", ""},
       // Misspelt words, wrong counts of numbers, command words without
       // `maintain`; `maintain` alone is the help, asked for.
       {"-qd|CARD|-f|-",
