@@ -39,7 +39,7 @@ std::string formatString(const char* fmt, ...)
     __attribute__((format(printf, 1, 2)));
 
 // The system calls used on the device and on data files. Defaults call the
-// system; tests swap single entries (see tests/support/sys_override.h).
+// system; tests swap single entries (see SysFaults in tests/support).
 struct SysCalls {
   int (*open)(const char* path, int flags);
   int64_t (*lseek)(int fd, int64_t offset);  // from the start, 64-bit

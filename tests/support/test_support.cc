@@ -1,20 +1,14 @@
+// The parts the fuzz harnesses share: no test framework here.
 #include "tests/support/test_support.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <iterator>
-#include <regex>
-#include <sstream>
-
-#include "format/device_layout.h"
+#include <set>
 
 namespace tr {
 namespace test {
@@ -23,7 +17,7 @@ TempDir::TempDir() {
   const char* root = std::getenv("TMPDIR");
   path_ = (root != nullptr && *root != '\0' ? root : "/tmp") +
           std::string("/trellis-test-XXXXXX");
-  if (mkdtemp(&path_[0]) == nullptr) ADD_FAILURE() << "mkdtemp failed";
+  if (mkdtemp(&path_[0]) == nullptr) std::abort();
 }
 
 TempDir::~TempDir() {
@@ -31,155 +25,30 @@ TempDir::~TempDir() {
   (void)ignored;
 }
 
-CardImage::CardImage(const std::string& path, uint64_t size) : path_(path) {
-  writeFile(path, "");
-  if (::truncate(path.c_str(), static_cast<off_t>(size)) != 0) {
-    ADD_FAILURE() << "cannot create image " << path;
-  }
+bool sizeFile(const std::string& path, uint64_t size) {
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT, 0644);
+  const bool done = fd >= 0 && ::ftruncate(fd, static_cast<off_t>(size)) == 0;
+  if (fd >= 0) ::close(fd);
+  return done;
 }
 
-void CardImage::put(uint64_t offset, const void* bytes, size_t count) const {
-  const int fd = ::open(path_.c_str(), O_RDWR);
-  ASSERT_GE(fd, 0);
-  ASSERT_EQ(::pwrite(fd, bytes, count, static_cast<off_t>(offset)),
-            static_cast<ssize_t>(count));
-  ::close(fd);
+bool poke(const std::string& path, uint64_t offset, const std::string& bytes) {
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT, 0644);
+  const bool done = fd >= 0 && ::pwrite(fd, bytes.data(), bytes.size(),
+                                        static_cast<off_t>(offset)) ==
+                                   static_cast<ssize_t>(bytes.size());
+  if (fd >= 0) ::close(fd);
+  return done;
 }
 
-void CardImage::putText(uint64_t offset, const std::string& text) const {
-  put(offset, text.data(), text.size());
-}
-
-void CardImage::putLE(uint64_t offset, uint64_t value, size_t count) const {
-  uint8_t bytes[8];
-  for (size_t i = 0; i < count; ++i)
-    bytes[i] = static_cast<uint8_t>(value >> (8 * i));
-  put(offset, bytes, count);
-}
-
-std::string CardImage::read(uint64_t offset, size_t count) const {
+std::string peek(const std::string& path, uint64_t offset, size_t count) {
   std::string bytes(count, '\0');
-  const int fd = ::open(path_.c_str(), O_RDONLY);
-  const ssize_t got =
-      fd < 0 ? 0 : ::pread(fd, &bytes[0], count, static_cast<off_t>(offset));
+  const int fd = ::open(path.c_str(), O_RDONLY);
+  const ssize_t got = fd < 0 ? 0 : ::pread(fd, &bytes[0], count, static_cast<off_t>(offset));
   if (fd >= 0) ::close(fd);
   bytes.resize(got < 0 ? 0 : static_cast<size_t>(got));
   return bytes;
 }
-
-pid_t spawn(const std::vector<std::string>& argv, const EnvList& env,
-            const int fds[3]) {
-  const char* wrapper = std::getenv("TRELLIS_TEST_EXEC_WRAPPER");
-  std::istringstream words(wrapper == nullptr ? "" : wrapper);
-  std::vector<std::string> command{std::istream_iterator<std::string>(words),
-                                   {}};
-  command.insert(command.end(), argv.begin(), argv.end());
-  std::vector<char*> args;
-  for (std::string& word : command) args.push_back(&word[0]);
-  args.push_back(nullptr);
-  const pid_t pid = fork();
-  if (pid != 0) return pid;
-  for (int fd = 0; fd < 3; ++fd) fds[fd] < 0 ? ::close(fd) : dup2(fds[fd], fd);
-  setenv("TZ", "UTC", 1);
-  for (const char* name : {"NO_COLOR", "TRELLIS_DEVICE", "TRELLIS_MEDIA_DIR"}) {
-    unsetenv(name);
-  }
-  for (const auto& [name, value] : env) setenv(name.c_str(), value.c_str(), 1);
-  execvp(args[0], args.data());
-  _exit(127);
-}
-
-RunResult runProgram(const std::vector<std::string>& argv,
-                     const std::string& input, const EnvList& env) {
-  TempDir io;
-  writeFile(io.file("in"), input);
-  const int fds[3] = {::open(io.file("in").c_str(), O_RDONLY),
-                      ::open(io.file("out").c_str(), O_WRONLY | O_CREAT, 0644),
-                      ::open(io.file("err").c_str(), O_WRONLY | O_CREAT, 0644)};
-  const pid_t pid = spawn(argv, env, fds);
-  for (int fd : fds) ::close(fd);
-  int status = 0;
-  const bool waited = pid > 0 && waitpid(pid, &status, 0) == pid;
-  RunResult result;
-  if (waited && WIFEXITED(status)) result.status = WEXITSTATUS(status);
-  result.out = readFile(io.file("out"));
-  result.err = readFile(io.file("err"));
-  // No program under test ends on a signal or with the checkers' status,
-  // whatever the test expects of its output.
-  if ((waited && WIFSIGNALED(status)) || result.status == kCheckerStatus) {
-    ADD_FAILURE() << argv[0] << " ended with wait status " << status
-                  << " (a signal, or a sanitizer or valgrind report at "
-                  << kCheckerStatus << "); its standard error:\n"
-                  << result.err;
-  }
-  return result;
-}
-
-RunResult runConsole(const std::string& input, const EnvList& env) {
-  return runProgram({TRELLIS_MAINTAIN_BIN}, input, env);
-}
-
-std::string maskTimestamps(const std::string& text) {
-  static const std::regex stamp(
-      "(\x1b\\[33m)?\\[\\d{4}-\\d\\d-\\d\\d "
-      "\\d\\d:\\d\\d:\\d\\d\\](\x1b\\[0m)?");
-  return std::regex_replace(text, stamp, "<TS>");
-}
-
-std::vector<std::string> splitAtPrompts(const std::string& out) {
-  const std::string coloured =
-      "\x1b[32mplease enter the console command:\x1b[0m\n";
-  const std::string prompt = out.find(coloured) != std::string::npos
-                                 ? coloured
-                                 : "please enter the console command:\n";
-  std::vector<std::string> parts;
-  size_t start = 0;
-  for (size_t at; (at = out.find(prompt, start)) != std::string::npos;
-       start = at + prompt.size()) {
-    parts.push_back(out.substr(start, at - start));
-  }
-  parts.push_back(out.substr(start));
-  return parts;
-}
-
-std::string commandOutput(const std::string& out) {
-  const std::vector<std::string> parts = splitAtPrompts(out);
-  std::string text;
-  for (size_t i = 1; i < parts.size(); ++i) text += parts[i];
-  for (const char* bye :
-       {"\x1b[31mBye Trellis Maintain\x1b[0m\n", "Bye Trellis Maintain\n"}) {
-    const size_t at = text.size() - std::min(text.size(), std::strlen(bye));
-    if (text.compare(at, std::string::npos, bye) == 0)
-      return text.substr(0, at);
-  }
-  return text;
-}
-
-Captured capture(const std::function<void()>& body) {
-  std::fflush(stdout);
-  std::fflush(stderr);
-  testing::internal::CaptureStdout();
-  testing::internal::CaptureStderr();
-  body();
-  std::fflush(stdout);
-  const std::string out = testing::internal::GetCapturedStdout();
-  return {out, testing::internal::GetCapturedStderr()};
-}
-
-UseDevice::UseDevice(const std::string& image) : saved_(deviceName) {
-  struct stat st;
-  setDevicePath(image);
-  trellisHead = computeTrellisHead(
-      ::stat(image.c_str(), &st) == 0 ? static_cast<uint64_t>(st.st_size) : 0);
-}
-
-UseDevice::UseDevice(const std::string& image, uint64_t capacity)
-    : saved_(deviceName) {
-  setDevicePath(image);
-  trellisHead = computeTrellisHead(capacity);
-}
-
-UseDevice::~UseDevice() { setDevicePath(saved_); }
 
 std::string readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -190,9 +59,203 @@ void writeFile(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
 }
 
-bool fileExists(const std::string& path) {
-  struct stat st;
-  return ::stat(path.c_str(), &st) == 0;
+std::string le(uint64_t value, int width) {
+  std::string bytes(width, '\0');
+  for (int i = 0; i < width && i < 8; ++i) bytes[i] = static_cast<char>(value >> 8 * i);
+  return bytes;
+}
+
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+  for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
+    text.replace(at, from.size(), to);
+  }
+  return text;
+}
+
+Extents extents(const std::string& path) {
+  Extents found;
+  const int fd = ::open(path.c_str(), O_RDONLY);
+  for (off_t at = 0, end; fd >= 0 && (at = ::lseek(fd, at, SEEK_DATA)) >= 0; at = end) {
+    end = ::lseek(fd, at, SEEK_HOLE);
+    found[at] = peek(path, at, end - at);
+  }
+  if (fd >= 0) ::close(fd);
+  return found;
+}
+
+namespace {
+
+// `count` bytes of a snapshot from `at`.
+std::string bytesAt(const Extents& image, uint64_t at, size_t count) {
+  std::string bytes(count, '\0');
+  auto it = image.upper_bound(at);
+  for (it = it == image.begin() ? it : std::prev(it); it != image.end() && it->first < at + count; ++it) {
+    const uint64_t from = std::max(at, it->first);
+    const uint64_t to = std::min(at + count, it->first + it->second.size());
+    if (from < to) bytes.replace(from - at, to - from, it->second, from - it->first, to - from);
+  }
+  return bytes;
+}
+
+}  // namespace
+
+std::string changes(const Extents& before, const Extents& after) {
+  std::map<uint64_t, std::pair<uint8_t, uint8_t>> changed;
+  for (const Extents* side : {&before, &after}) {
+    for (const auto& [start, data] : *side) {
+      const std::string a = bytesAt(before, start, data.size());
+      const std::string b = bytesAt(after, start, data.size());
+      for (size_t i = 0; i < a.size(); ++i) {
+        if (a[i] != b[i]) changed[start + i] = {a[i], b[i]};
+      }
+    }
+  }
+  std::string runs, from, to;
+  for (const auto& [at, bytes] : changed) {
+    if (!changed.count(at - 1)) runs += std::to_string(at) + ": ";
+    from += formatString("%02x", bytes.first);
+    to += formatString("%02x", bytes.second);
+    if (!changed.count(at + 1)) {
+      runs += from + " -> " + to + "\n";
+      from = to = "";
+    }
+  }
+  return runs;
+}
+
+namespace {
+
+struct Ledger {
+  SysCalls inner;  // the entries the ledger's own call through
+  Fault fault;
+  int calls[static_cast<int>(Call::kCount)] = {};
+  int lastFd = -1;
+  int strays = 0;
+  std::set<int> fds;
+  std::set<const void*> held;  // streams and heap blocks
+};
+
+Ledger* ledger = nullptr;  // of the SysFaults in place
+
+// Counts the call; true, with the fault's error in errno, when it fails.
+bool failsNow(Call call) {
+  const int n = ++ledger->calls[static_cast<int>(call)];
+  if (ledger->fault.call != call || ledger->fault.occurrence != n) return false;
+  if (ledger->fault.error != 0) errno = ledger->fault.error;
+  return true;
+}
+
+// How much of `asked` a failing transfer moves for real.
+size_t part(size_t asked) {
+  return std::min(asked, static_cast<size_t>(std::max(0L, ledger->fault.result)));
+}
+
+template <typename T>
+T keep(T thing) {
+  if (thing != nullptr) ledger->held.insert(thing);
+  return thing;
+}
+
+void giveBack(const void* thing) {
+  if (thing != nullptr && ledger->held.erase(thing) == 0) ++ledger->strays;
+}
+
+int sysOpen(const char* path, int flags) {
+  const int fd = failsNow(Call::kOpen) ? static_cast<int>(ledger->fault.result)
+                                       : ledger->inner.open(path, flags);
+  if (fd >= 0) ledger->fds.insert(ledger->lastFd = fd);
+  return fd;
+}
+
+int sysClose(int fd) {
+  if (ledger->fds.erase(fd) == 0) ++ledger->strays;
+  const int result = ledger->inner.close(fd);
+  return failsNow(Call::kClose) ? static_cast<int>(ledger->fault.result)
+                                : result;
+}
+
+int64_t sysSeek(int fd, int64_t offset) {
+  return failsNow(Call::kSeek) ? ledger->fault.result
+                               : ledger->inner.lseek(fd, offset);
+}
+
+ssize_t sysRead(int fd, void* buf, size_t count) {
+  if (!failsNow(Call::kRead)) return ledger->inner.read(fd, buf, count);
+  return ledger->fault.result < 0 ? -1 : ledger->inner.read(fd, buf, part(count));
+}
+
+ssize_t sysWrite(int fd, const void* buf, size_t count) {
+  if (!failsNow(Call::kWrite)) return ledger->inner.write(fd, buf, count);
+  return ledger->fault.result < 0 ? -1
+                                  : ledger->inner.write(fd, buf, part(count));
+}
+
+FILE* sysFopen(const char* path, const char* mode) {
+  return failsNow(Call::kFopen) ? nullptr : keep(ledger->inner.fopen(path, mode));
+}
+
+size_t sysFread(void* buf, size_t size, size_t count, FILE* stream) {
+  return ledger->inner.fread(buf, size,
+                             failsNow(Call::kFread) ? part(count) : count, stream);
+}
+
+size_t sysFwrite(const void* buf, size_t size, size_t count, FILE* stream) {
+  return ledger->inner.fwrite(buf, size,
+                              failsNow(Call::kFwrite) ? part(count) : count, stream);
+}
+
+int sysFclose(FILE* stream) {
+  giveBack(stream);
+  const int result = ledger->inner.fclose(stream);
+  return failsNow(Call::kFclose) ? EOF : result;
+}
+
+void* sysMalloc(size_t size) {
+  return failsNow(Call::kMalloc) ? nullptr : keep(ledger->inner.malloc(size));
+}
+
+void sysFree(void* block) {
+  giveBack(block);
+  ledger->inner.free(block);
+}
+
+}  // namespace
+
+SysFaults::SysFaults(const Fault& fault) : saved_(sys) {
+  ledger = new Ledger{sys, fault, {}, -1, 0, {}, {}};
+  sys.open = sysOpen;
+  sys.close = sysClose;
+  sys.lseek = sysSeek;
+  sys.read = sysRead;
+  sys.write = sysWrite;
+  sys.fopen = sysFopen;
+  sys.fread = sysFread;
+  sys.fwrite = sysFwrite;
+  sys.fclose = sysFclose;
+  sys.malloc = sysMalloc;
+  sys.free = sysFree;
+}
+
+SysFaults::~SysFaults() {
+  sys = saved_;
+  delete ledger;
+  ledger = nullptr;
+}
+
+void SysFaults::fail(const Fault& fault) {
+  ledger->fault = fault;
+  std::fill(std::begin(ledger->calls), std::end(ledger->calls), 0);
+}
+
+int SysFaults::calls(Call call) const {
+  return ledger->calls[static_cast<int>(call)];
+}
+
+int SysFaults::lastFd() const { return ledger->lastFd; }
+
+int SysFaults::unreturned() const {
+  return static_cast<int>(ledger->fds.size() + ledger->held.size()) +
+         ledger->strays;
 }
 
 }  // namespace test

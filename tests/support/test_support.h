@@ -1,13 +1,18 @@
-// Shared test fixtures: temporary directories, sparse card images written
-// at literal offsets, the console binary run on a script, output capture and
-// the system-call override.
+// Shared pieces of the tests and the fuzz harnesses: scratch directories and
+// files written at literal offsets, the system-call seam made to fail on
+// demand with a ledger of what passed through it, and the console and the
+// card builder run as the engineer runs them. test_support.cc holds what
+// the fuzz harnesses share and needs no test framework; run_support.cc the
+// rest.
 #ifndef TRELLIS_TESTS_SUPPORT_TEST_SUPPORT_H_
 #define TRELLIS_TESTS_SUPPORT_TEST_SUPPORT_H_
 
 #include <sys/types.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,7 +22,8 @@
 namespace tr {
 namespace test {
 
-// A fresh directory, removed with everything in it at scope end.
+// A fresh directory under $TMPDIR (or /tmp), removed with everything in it
+// at scope end.
 class TempDir {
  public:
   TempDir();
@@ -31,73 +37,87 @@ class TempDir {
   std::string path_;
 };
 
-// A sparse image file. Values are written little-endian at the offsets the
-// test names, never through the records under test.
-class CardImage {
- public:
-  CardImage(const std::string& path, uint64_t size);
-  const std::string& path() const { return path_; }
-  void put(uint64_t offset, const void* bytes, size_t count) const;
-  void putText(uint64_t offset, const std::string& text) const;
-  void put8(uint64_t offset, uint8_t value) const { putLE(offset, value, 1); }
-  void put32(uint64_t offset, uint32_t value) const { putLE(offset, value, 4); }
-  void put64(uint64_t offset, uint64_t value) const { putLE(offset, value, 8); }
-  std::string read(uint64_t offset, size_t count) const;
+// Files as the tests set them up, sparse: `path` made (or cut) to `size`
+// bytes; `bytes` written at `offset`; `count` bytes read from `offset`
+// (fewer at the end). sizeFile() and poke() return false on failure.
+bool sizeFile(const std::string& path, uint64_t size);
+bool poke(const std::string& path, uint64_t offset, const std::string& bytes);
+std::string peek(const std::string& path, uint64_t offset, size_t count);
+std::string readFile(const std::string& path);
+void writeFile(const std::string& path, const std::string& bytes);
+// `value` as `width` little-endian bytes (zeros past the eighth).
+std::string le(uint64_t value, int width);
+// `text` with every `from` replaced by `to`.
+std::string replaced(std::string text, const std::string& from, const std::string& to);
 
- private:
-  // The low `count` bytes of `value`, least significant first.
-  void putLE(uint64_t offset, uint64_t value, size_t count) const;
+// The data extents of a sparse file by offset (holes read as zeros), and
+// "<offset>: <hex before> -> <hex after>\n" for each run of bytes that
+// differ between two of them.
+using Extents = std::map<uint64_t, std::string>;
+Extents extents(const std::string& path);
+std::string changes(const Extents& before, const Extents& after);
 
-  std::string path_;
+enum class Call { kNone, kOpen, kSeek, kRead, kWrite, kClose, kFopen, kFread,
+                  kFwrite, kFclose, kMalloc, kCount };
+
+// The `occurrence`-th call of kind `call` (counted from 1) fails: it returns
+// `result` (a null pointer for fopen and malloc, 0 items for a stream
+// transfer that moves nothing) with `error` in errno (0 leaves errno alone).
+// A transfer whose result is a positive count moves that many bytes or items
+// for real first; a failing close closes all the same.
+struct Fault {
+  Call call = Call::kNone;
+  int occurrence = 1;
+  long result = -1;
+  int error = EIO;
 };
 
-// Layout of a 2 GiB card as start-up computes it, worked out by hand:
-// reserve 42949672, index area 42898344, idxFileSize 10724586.
-constexpr uint64_t kCard2G = 2147483648ULL;
-constexpr uint64_t kCard2GRec = 51328;
-constexpr uint64_t kCard2GRecBackUp = 10775914;
-constexpr uint64_t kCard2GPic = 21500500;
-constexpr uint64_t kCard2GPicBackUp = 32225086;
+// Puts the fault, and a ledger of every descriptor, stream and heap block
+// taken, on top of the entries tr::sys holds when it is made; puts those
+// back at scope end. One at a time.
+class SysFaults {
+ public:
+  explicit SysFaults(const Fault& fault = Fault());
+  ~SysFaults();
+  SysFaults(const SysFaults&) = delete;
+  SysFaults& operator=(const SysFaults&) = delete;
 
+  void fail(const Fault& fault);  // a new fault; the calls count from 0
+  int calls(Call call) const;
+  int lastFd() const;  // the last descriptor handed out, or -1
+  // What was taken and not given back, plus every close or free of
+  // something never handed out: 0 when all is well.
+  int unreturned() const;
+
+ private:
+  SysCalls saved_;
+};
+
+// The console or the card builder run with `input` on standard input in the
+// console's environment (TZ=UTC, no NO_COLOR or TRELLIS_* variables, then
+// `env`). TRELLIS_TEST_EXEC_WRAPPER's words, when set, go in front of the
+// program (an emulator, valgrind). A program killed by a signal, or ending
+// with kCheckerStatus (what the sanitizers and valgrind are told to end with
+// when they report), fails the calling test.
+constexpr int kCheckerStatus = 99;
 struct RunResult {
   std::string out;
   std::string err;
   int status = -1;  // exit status, or -1 when the process did not exit
 };
-
 using EnvList = std::vector<std::pair<std::string, std::string>>;
-
-// Runs the console with `input` on standard input (TZ=UTC, NO_COLOR unset,
-// plus `env`). TRELLIS_TEST_EXEC_WRAPPER, when set, is put in front of the
-// binary (an emulator, say).
-RunResult runConsole(const std::string& input, const EnvList& env);
-// Starts `argv`, with TRELLIS_TEST_EXEC_WRAPPER's words in front of it, in
-// the console's environment (TZ=UTC, no NO_COLOR or TRELLIS_* variables,
-// then `env`), with `fds` as its standard input, output and error (-1:
+// Starts `argv` so, with `fds` as its standard input, output and error (-1:
 // closed); returns its process id.
 pid_t spawn(const std::vector<std::string>& argv, const EnvList& env,
             const int fds[3]);
-// The status the sanitizers (ASAN_OPTIONS/UBSAN_OPTIONS exitcode) and
-// valgrind (--error-exitcode) are told to end with when they report, so a
-// report in a spawned program fails the test that spawned it.
-constexpr int kCheckerStatus = 99;
-
-// Runs `argv` as runConsole() does. A program killed by a signal, or ending
-// with kCheckerStatus, fails the calling test.
 RunResult runProgram(const std::vector<std::string>& argv,
                      const std::string& input, const EnvList& env);
+RunResult runConsole(const std::string& input, const EnvList& env);
 
-// Every "\e[33m[YYYY-MM-DD HH:MM:SS]\e[0m" (or the bare bracket, without
-// colour) replaced by "<TS>".
+// Every "\e[33m[YYYY-MM-DD HH:MM:SS]\e[0m" (or the bare bracket) as "<TS>".
 std::string maskTimestamps(const std::string& text);
-// The console's standard output cut at each prompt line: [0] is greeting
-// and start-up, [i] what command line i printed, the last ends with "Bye".
-std::vector<std::string> splitAtPrompts(const std::string& out);
-// The output of the command lines only: everything after the first prompt,
-// with prompts and the farewell removed.
-std::string commandOutput(const std::string& out);
 
-// Runs `body` in this process and returns what it printed.
+// Runs `body` in this process; what it printed, timestamps masked.
 struct Captured {
   std::string out;
   std::string err;
@@ -105,32 +125,13 @@ struct Captured {
 Captured capture(const std::function<void()>& body);
 
 // Points the console at `image` with the layout start-up computes for it,
-// without printing start-up lines; restores the previous device at scope end.
-class UseDevice {
- public:
-  explicit UseDevice(const std::string& image);
-  UseDevice(const std::string& image, uint64_t capacity);
-  ~UseDevice();
+// without printing.
+void useDevice(const std::string& image);
 
- private:
-  std::string saved_;
-};
-
-// Restores every system call at scope end; tests swap entries of tr::sys.
-class SysOverride {
- public:
-  SysOverride() : saved_(sys) {}
-  ~SysOverride() { sys = saved_; }
-  SysOverride(const SysOverride&) = delete;
-  SysOverride& operator=(const SysOverride&) = delete;
-
- private:
-  SysCalls saved_;
-};
-
-std::string readFile(const std::string& path);
-void writeFile(const std::string& path, const std::string& bytes);
-bool fileExists(const std::string& path);
+// tests/<folder>/<name> from the source tree; "\e" in a golden file stands
+// for the escape byte. Fails the current test when the file is missing.
+std::string sourceFile(const std::string& folder, const std::string& name);
+std::string golden(const std::string& name);
 
 }  // namespace test
 }  // namespace tr

@@ -1,0 +1,269 @@
+// Sessions from text files: every tests/cases/*.case sets up a card image
+// and data files in a directory of its own, runs the console (or the card
+// builder) on them, and says what must come out. A case is a list of
+// sections, each opened by a line "--- <kind>"; lines starting "# " are
+// comments.
+//
+//   setup             size <file> <bytes>     sparse, made or cut (a size
+//                                             the file system cannot hold
+//                                             skips the case)
+//                     poke <file> <offset> <bytes>
+//                     mkdir <dir> | symlink <target> <path> | env NAME=value
+//   console           a console run: its standard output, where "> <line>"
+//                     is a line it reads (a trailing "\" sends it without a
+//                     newline) and stands in the place of the prompt that
+//                     asked for it; "> ^D" is a prompt that met the end of
+//                     the input
+//   mkcard <args>     a card builder run: its standard output
+//   stderr, status N  the run's standard error (none) and exit status (0)
+//   changes           after a console run: each run of bytes of card.img it
+//                     changed, "<offset>: <hex before> -> <hex after>"
+//                     (none), read over the whole image
+//   check             after the run: bytes <file> <offset> <bytes>,
+//                     file <file> <bytes> (the whole file), same <file>
+//                     <source> <offset> <length> (the whole file, or from
+//                     <file>:<offset>), missing <file>, jpeg <file> <w>x<h>
+//
+// <bytes> is a list of "text" (C escapes, \e the escape byte) and W:N (N as
+// W little-endian bytes). In expected text "\e" is the escape byte, a line
+// "@golden <name>" the contents of tests/golden/<name>, a line ending in
+// "\" runs on into the next without a newline, and "...\n" stands for any
+// run of characters. Timestamps read "<TS>", the case's directory "@DIR";
+// card.img is TRELLIS_DEVICE and media/ TRELLIS_MEDIA_DIR.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <sstream>
+
+#include "tests/support/test_support.h"
+
+namespace tr {
+namespace test {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+std::vector<std::string> caseNames() {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(sourceFile("cases", ""))) {
+    if (entry.path().extension() == ".case") names.push_back(entry.path().stem());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// The lines of `text`; a last newline ends the last line.
+Lines split(const std::string& text) {
+  Lines lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+// <bytes>: "text" with C escapes, or W:N.
+std::string bytesOf(std::istream& in) {
+  std::string bytes;
+  for (char c; in >> std::ws, in.get(c);) {
+    if (c != '"') {
+      std::string token;
+      in >> token;
+      token.insert(0, 1, c);
+      bytes += le(std::strtoull(token.c_str() + token.find(':') + 1, nullptr, 0),
+                  std::stoi(token));
+      continue;
+    }
+    while (in.get(c) && c != '"') {
+      if (c == '\\' && in.get(c)) {
+        char hex[3] = {};
+        if (c == 'x') in.read(hex, 2);
+        c = c == 'x' ? static_cast<char>(std::strtoul(hex, nullptr, 16))
+            : c == '0' ? '\0' : c == 'e' ? '\x1b' : c == 'n' ? '\n' : c;
+      }
+      bytes += c;
+    }
+  }
+  return bytes;
+}
+
+// Whether `text` is `want`, where each "...\n" of `want` stands for any
+// run of characters.
+bool matches(const std::string& want, const std::string& text) {
+  std::vector<std::string> chunks(1);
+  for (size_t at = 0, next; at <= want.size(); at = next + 4) {
+    next = std::min(want.find("...\n", at), want.size());
+    chunks.back() = want.substr(at, next - at);
+    if (next < want.size()) chunks.emplace_back();
+  }
+  if (text.compare(0, chunks.front().size(), chunks.front()) != 0) return false;
+  size_t at = chunks.front().size();
+  for (size_t i = 1; i + 1 < chunks.size() && at != std::string::npos; ++i) {
+    at = text.find(chunks[i], at);
+    if (at != std::string::npos) at += chunks[i].size();
+  }
+  const std::string& last = chunks.back();
+  return at != std::string::npos && text.size() >= at + last.size() &&
+         text.compare(text.size() - last.size(), last.size(), last) == 0;
+}
+
+void expectText(const char* what, const std::string& want, const std::string& text) {
+  if (want.find("...\n") == std::string::npos) {
+    EXPECT_EQ(want, text) << what;
+  } else if (!matches(want, text)) {
+    ADD_FAILURE() << what << ": expected\n" << want << "got\n" << text;
+  }
+}
+
+class SessionTest : public testing::TestWithParam<std::string> {
+ protected:
+  std::string path(const std::string& name) { return dir_.file(name); }
+
+  void setUp(std::istringstream& line) {
+    std::string verb, name, more;
+    line >> verb >> name;
+    uint64_t offset = 0;
+    if (verb.empty()) return;
+    if (verb == "size") {
+      line >> offset;
+      if (!sizeFile(path(name), offset)) GTEST_SKIP() << "no sparse file of " << offset << " bytes here";
+    } else if (verb == "poke") {
+      line >> offset;
+      ASSERT_TRUE(poke(path(name), offset, bytesOf(line))) << name;
+    } else if (verb == "mkdir") {
+      ::mkdir(path(name).c_str(), 0755);
+    } else if (verb == "symlink") {
+      line >> more;
+      ASSERT_EQ(::symlink(name.c_str(), path(more).c_str()), 0);
+    } else if (verb == "env") {  // NAME=value, in place of any earlier value
+      const std::string key = name.substr(0, name.find('='));
+      env_.erase(std::remove_if(env_.begin(), env_.end(),
+                                [&](const auto& e) { return e.first == key; }),
+                 env_.end());
+      env_.emplace_back(key, name.substr(key.size() + 1));
+    } else {
+      FAIL() << "unknown setup: " << verb;
+    }
+  }
+
+  void check(std::istringstream& line) {
+    std::string verb, name, source;
+    uint64_t offset = 0, length = 0;
+    line >> verb >> name;
+    if (verb == "bytes") {
+      line >> offset;
+      const std::string want = bytesOf(line);
+      EXPECT_TRUE(peek(path(name), offset, want.size()) == want) << name << " at " << offset;
+    } else if (verb == "file") {
+      EXPECT_TRUE(readFile(path(name)) == bytesOf(line)) << name;
+    } else if (verb == "same") {  // the whole file, or `length` bytes from its offset
+      line >> source >> offset >> length;
+      const size_t colon = name.find(':');
+      const std::string bytes = colon == std::string::npos
+                                    ? readFile(path(name))
+                                    : peek(path(name.substr(0, colon)), std::stoull(name.substr(colon + 1)), length);
+      EXPECT_TRUE(bytes == peek(path(source), offset, length)) << name;
+    } else if (verb == "jpeg") {  // a picture a real decoder reads, <w>x<h>
+      line >> source;
+      const RunResult decoded = runProgram({"djpeg", path(name)}, "", {});
+      ASSERT_NE(decoded.status, 127) << "djpeg not found: install libjpeg-turbo-progs";
+      EXPECT_EQ(decoded.out.rfind("P6\n" + replaced(source, "x", " ") + "\n255\n", 0), 0u) << name;
+    } else if (verb == "missing") {
+      EXPECT_NE(::access(path(name).c_str(), F_OK), 0) << name;
+    } else {
+      ADD_FAILURE() << "unknown check: " << verb;
+    }
+  }
+
+  // The run the last program section named, checked against its sections.
+  void run() {
+    if (program_.empty()) return;
+    const Extents before = extents(path("card.img"));
+    RunResult r = runProgram(program_, input_, env_);
+    r.out = maskTimestamps(replaced(r.out, dir_.path(), "@DIR"));
+    // Each prompt, coloured unless NO_COLOR is set, stands for the line read.
+    const bool plain = std::any_of(env_.begin(), env_.end(), [](const auto& e) {
+      return e.first == "NO_COLOR" && !e.second.empty();
+    });
+    const std::string prompt = plain ? "please enter the console command:\n"
+                                     : "\x1b[32mplease enter the console command:\x1b[0m\n";
+    size_t k = 0;
+    for (size_t at = 0; (at = r.out.find(prompt, at)) != std::string::npos; ++k) {
+      const std::string shown = k < prompts_.size() ? prompts_[k] : "> ^D\n";
+      r.out.replace(at, prompt.size(), shown);
+      at += shown.size();
+    }
+    expectText("stdout", want_["stdout"], r.out);
+    expectText("stderr", want_["stderr"], maskTimestamps(replaced(r.err, dir_.path(), "@DIR")));
+    EXPECT_EQ(r.status, status_);
+    if (program_[0] == TRELLIS_MAINTAIN_BIN) {
+      expectText("changes of card.img", want_["changes"], changes(before, extents(path("card.img"))));
+    }
+    for (const std::string& line : split(want_["check"])) {
+      std::istringstream words(line);
+      check(words);
+    }
+    program_.clear();
+    prompts_.clear();
+    input_.clear();
+    want_.clear();
+    status_ = 0;
+  }
+
+  TempDir dir_;
+  EnvList env_;
+  std::vector<std::string> program_;  // of the run being read
+  std::string input_;
+  Lines prompts_;  // what stands for each prompt
+  std::map<std::string, std::string> want_;  // by section
+  int status_ = 0;
+};
+
+TEST_P(SessionTest, PrintsWhatTheCaseSays) {
+  ::mkdir(path("media").c_str(), 0755);
+  env_ = {{"TRELLIS_DEVICE", path("card.img")}, {"TRELLIS_MEDIA_DIR", path("media")}};
+  std::string section;
+  for (const std::string& line : split(readFile(sourceFile("cases", GetParam() + ".case")))) {
+    if (line.rfind("#", 0) == 0 && (line.size() == 1 || line[1] == ' ')) continue;
+    std::istringstream words(line);
+    if (line.rfind("--- ", 0) == 0) {
+      words.ignore(4) >> section;
+      if (section == "setup" || section == "console" || section == "mkcard") run();
+      if (section == "console" || section == "mkcard") {
+        program_ = {section == "console" ? TRELLIS_MAINTAIN_BIN : TRELLIS_MKCARD_BIN};
+        for (std::string word; words >> word;)
+          program_.push_back(replaced(word, "@DIR", dir_.path()));
+        section = "stdout";
+      }
+      if (section == "status") words >> status_;
+    } else if (section == "setup") {
+      setUp(words);
+      if (HasFatalFailure() || IsSkipped()) return;
+    } else if (line.rfind("@golden ", 0) == 0) {
+      want_[section] += golden(line.substr(8));
+    } else if (section == "stdout" && line.rfind(">", 0) == 0 && line != "> ^D") {
+      const bool open = line.back() == '\\';  // read without a newline
+      const std::string text = line.substr(std::min<size_t>(2, line.size()),
+                                           line.size() - 2 - open);
+      input_ += text + (open ? "" : "\n");
+      prompts_.push_back(">" + (text.empty() ? "" : " " + text) + "\n");
+      want_[section] += prompts_.back();
+    } else if (!line.empty() && line.back() == '\\') {
+      want_[section] += replaced(line.substr(0, line.size() - 1), "\\e", "\x1b");
+    } else {
+      want_[section] += replaced(line, "\\e", "\x1b") + "\n";
+    }
+  }
+  run();
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, SessionTest, testing::ValuesIn(caseNames()),
+                         [](const testing::TestParamInfo<std::string>& p) {
+                           return replaced(p.param, "-", "_");
+                         });
+
+}  // namespace
+}  // namespace test
+}  // namespace tr
