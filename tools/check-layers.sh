@@ -2,7 +2,8 @@
 # Fails when a file includes a header of a folder above its own. The folders
 # layer bottom up: base, format, extract and repair (side by side), maintain,
 # console. The programs built beside the console (mkcard, bench) stand on
-# format; a test may include what the folder it tests may, and its support.
+# format; a test may include what the folder it tests may, and its support,
+# which the fuzz harnesses share.
 # Usage: tools/check-layers.sh [SOURCE_DIR]
 cd "${1:-$(dirname "$0")/..}" || exit 2
 
@@ -16,7 +17,7 @@ allowed() {
     console) echo "base format extract repair maintain console" ;;
     mkcard) echo "base format mkcard" ;;
     bench) echo "base format bench" ;;
-    fuzz) echo "base format extract repair maintain console fuzz" ;;
+    fuzz) echo "base format extract repair maintain console fuzz tests" ;;
     support) echo "base format tests" ;;
     *) return 1 ;;
   esac
