@@ -23,6 +23,8 @@
 //                     file <file> <bytes> (the whole file), same <file>
 //                     <source> <offset> <length> (the whole file, or from
 //                     <file>:<offset>), missing <file>, jpeg <file> <w>x<h>
+//                     (a picture djpeg reads; without djpeg the case ends
+//                     skipped)
 //
 // <bytes> is a list of "text" (C escapes, \e the escape byte) and W:N (N as
 // W little-endian bytes). In expected text "\e" is the escape byte, a line
@@ -168,8 +170,10 @@ class SessionTest : public testing::TestWithParam<std::string> {
     } else if (verb == "jpeg") {  // a picture a real decoder reads, <w>x<h>
       line >> source;
       const RunResult decoded = runProgram({"djpeg", path(name)}, "", {});
-      ASSERT_NE(decoded.status, 127) << "djpeg not found: install libjpeg-turbo-progs";
-      EXPECT_EQ(decoded.out.rfind("P6\n" + replaced(source, "x", " ") + "\n255\n", 0), 0u) << name;
+      if (decoded.status == 127) skip_ = "djpeg is not installed (libjpeg-turbo-progs)";
+      EXPECT_TRUE(decoded.status == 127 ||
+                  decoded.out.rfind("P6\n" + replaced(source, "x", " ") + "\n255\n", 0) == 0)
+          << name << ": " << decoded.err;
     } else if (verb == "missing") {
       EXPECT_NE(::access(path(name).c_str(), F_OK), 0) << name;
     } else {
@@ -219,6 +223,7 @@ class SessionTest : public testing::TestWithParam<std::string> {
   Lines prompts_;  // what stands for each prompt
   std::map<std::string, std::string> want_;  // by section
   int status_ = 0;
+  std::string skip_;  // why a check could not be made, once all the rest were
 };
 
 TEST_P(SessionTest, PrintsWhatTheCaseSays) {
@@ -257,6 +262,7 @@ TEST_P(SessionTest, PrintsWhatTheCaseSays) {
     }
   }
   run();
+  if (!skip_.empty()) GTEST_SKIP() << skip_;
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, SessionTest, testing::ValuesIn(caseNames()),
