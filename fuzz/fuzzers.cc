@@ -53,27 +53,23 @@ using test::Call;
 using test::SysFaults;
 
 // Takes values from the front of the input; past its end, zeros.
-class Bytes {
- public:
-  Bytes(const uint8_t* data, size_t size) : data_(data), size_(size) {}
+struct Bytes {
+  const uint8_t* data;
+  size_t size;
+
+  size_t copy(void* dest, size_t count) {
+    const size_t n = std::min(count, size);
+    if (n != 0) std::memcpy(dest, data, n);
+    data += n;
+    size -= n;
+    return n;
+  }
   template <typename T>
   T take() {
     T value{};
     copy(&value, sizeof value);
     return value;
   }
-  size_t copy(void* dest, size_t count) {
-    const size_t n = std::min(count, size_);
-    if (n != 0) std::memcpy(dest, data_, n);
-    data_ += n;
-    size_ -= n;
-    return n;
-  }
-  size_t left() const { return size_; }
-
- private:
-  const uint8_t* data_;
-  size_t size_;
 };
 
 const test::TempDir& scratch() {
@@ -170,7 +166,7 @@ void printHelpers(Bytes& in) {
   tableWord(kValidityNames, 3, value);
   _tr_maintainVideoEncodeTypeToStr(static_cast<uint32_t>(value));
   _tr_maintainAudioEncodeTypeToStr(static_cast<int>(value));
-  std::vector<char> dump(in.left() + 1);
+  std::vector<char> dump(in.size + 1);
   in.copy(dump.data(), dump.size() - 1);
   _tr_maintainHexDump(dump.data(), dump.size() - 1);
   _tr_maintainPrintColoredField(dump.data(), dump.data(), kRed);  // stray escapes
@@ -254,21 +250,14 @@ void imageInput(Bytes& in) {
   }
   setDevicePath(card);
   gReads = &in;
-  sys.read = overlayRead;
-  sys.fread = overlayFread;
-  sys.fopen = redirectFopen;
-  {
-    SysFaults ledger;
-    _tr_maintainInit();
-    checkReturned(ledger, "start-up");
-    if (fault >= 0xC0) ledger.fail({static_cast<Call>(1 + (fault & 7)), 1 + ((fault >> 3) & 7)});
-    std::vector<char*> argv;
-    for (std::string& word : words) argv.push_back(&word[0]);
-    tr_maintain(static_cast<int>(argv.size()), argv.data());
-    checkReturned(ledger, row.word);
-  }
-  sys = kSystemCalls;
-  sys.malloc = boundedMalloc;
+  SysFaults ledger;
+  _tr_maintainInit();
+  checkReturned(ledger, "start-up");
+  if (fault >= 0xC0) ledger.fail({static_cast<Call>(1 + (fault & 7)), 1 + ((fault >> 3) & 7)});
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(&word[0]);
+  tr_maintain(static_cast<int>(argv.size()), argv.data());
+  checkReturned(ledger, row.word);
 }
 
 }  // namespace
@@ -284,21 +273,18 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   unsetenv("NO_COLOR");
   fuzz::makeDataFiles();
   if (TRELLIS_FUZZER == 0) sys.write = fuzz::noteWrite;
+  if (TRELLIS_FUZZER == 2) {
+    sys.read = fuzz::overlayRead;
+    sys.fread = fuzz::overlayFread;
+    sys.fopen = fuzz::redirectFopen;
+  }
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  tr::fuzz::Bytes in(data, size);
-  switch (TRELLIS_FUZZER) {
-    case 0:
-      tr::fuzz::consoleInput(data, size);
-      break;
-    case 1:
-      tr::fuzz::printerInput(in);
-      break;
-    default:
-      tr::fuzz::imageInput(in);
-      break;
-  }
+  tr::fuzz::Bytes in{data, size};
+  if (TRELLIS_FUZZER == 0) tr::fuzz::consoleInput(data, size);
+  if (TRELLIS_FUZZER == 1) tr::fuzz::printerInput(in);
+  if (TRELLIS_FUZZER == 2) tr::fuzz::imageInput(in);
   return 0;
 }
