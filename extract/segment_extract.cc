@@ -1,15 +1,13 @@
 #include "extract/segment_extract.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <string>
 
 #include "base/output.h"
 #include "base/platform.h"
+#include "base/progress.h"
 #include "base/stream.h"
 #include "format/data_files.h"
 
@@ -37,61 +35,6 @@ constexpr SegmentKind kPictureSegment = {
     offsetof(tr_JPGDataFileInfo, fragmentOffset),
     offsetof(tr_JPGDataFileInfo, fragmentSize), kPictureDataSuffix, ".jpg"};
 
-constexpr double kRedrawSeconds = 0.2;
-
-double monotonicSeconds() {
-  struct timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<double>(now.tv_sec) + now.tv_nsec / 1e9;
-}
-
-// One line on standard error showing a long copy move, for the person at
-// the terminal. When standard error is not a terminal, or the copy is short,
-// it prints nothing, so scripted output stays exactly as it was. The line
-// is wiped (blanks, not an escape sequence, which colourless output would
-// drop) before any message follows it.
-class CopyProgress {
- public:
-  explicit CopyProgress(uint64_t total)
-      : total_(total),
-        enabled_(total > kProgressThreshold && ::isatty(STDERR_FILENO) == 1),
-        start_(enabled_ ? monotonicSeconds() : 0),
-        lastDraw_(start_) {}
-
-  void update(uint64_t copied) {
-    if (!enabled_) return;
-    const double now = monotonicSeconds();
-    if (now - lastDraw_ < kRedrawSeconds) return;
-    lastDraw_ = now;
-    const double megabytes = static_cast<double>(copied) / 1048576.0;
-    std::string line = formatString(
-        "%llu of %llu bytes (%.0f%%), %.1f MB/s",
-        static_cast<unsigned long long>(copied),
-        static_cast<unsigned long long>(total_),
-        100.0 * static_cast<double>(copied) / static_cast<double>(total_),
-        megabytes / (now - start_));
-    if (line.size() < width_) line.append(width_ - line.size(), ' ');
-    width_ = line.size();
-    err("\r%s", line.c_str());
-  }
-
-  // Keeps errno, so a perror after it still tells the copy's failure.
-  void clear() {
-    if (width_ == 0) return;
-    const int saved = errno;
-    err("\r%s\r", std::string(width_, ' ').c_str());
-    width_ = 0;
-    errno = saved;
-  }
-
- private:
-  uint64_t total_;
-  bool enabled_;
-  double start_;
-  double lastDraw_;
-  size_t width_ = 0;  // of the line on screen; 0 when none is
-};
-
 struct CopyOutcome {
   uint64_t remaining;  // bytes not written to the output
   bool writeFailed;    // already reported
@@ -102,7 +45,7 @@ struct CopyOutcome {
 // ends the copy, as does a write that falls short, which is not counted.
 CopyOutcome copyRange(FILE* source, FILE* output, void* buffer,
                       uint64_t length) {
-  CopyProgress progress(length);
+  ProgressLine progress(length > kProgressThreshold);
   CopyOutcome outcome = {length, false};
   while (outcome.remaining != 0) {
     const size_t chunk = outcome.remaining < kCopyBufferSize
@@ -126,7 +69,15 @@ CopyOutcome copyRange(FILE* source, FILE* output, void* buffer,
       break;
     }
     outcome.remaining -= got;
-    progress.update(length - outcome.remaining);
+    if (progress.due()) {
+      const uint64_t copied = length - outcome.remaining;
+      progress.draw(formatString(
+          "%llu of %llu bytes (%.0f%%), %.1f MB/s",
+          static_cast<unsigned long long>(copied),
+          static_cast<unsigned long long>(length),
+          100.0 * static_cast<double>(copied) / static_cast<double>(length),
+          static_cast<double>(copied) / 1048576.0 / progress.elapsed()));
+    }
   }
   progress.clear();
   return outcome;
