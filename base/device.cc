@@ -1,6 +1,7 @@
 #include "base/device.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -107,6 +108,25 @@ int _tr_maintainWriteDevice(int fd, uint64_t offset, const void* buffer,
     return -1;
   }
   return 0;
+}
+
+int deviceSize(int fd, uint64_t* bytes) {
+  struct stat st;
+  if (sys.fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
+    *bytes = static_cast<uint64_t>(st.st_size);
+    return 0;
+  }
+  return sys.blockDeviceSize(fd, bytes) == -1 ? -1 : 0;
+}
+
+int measureDevice(int fd, uint64_t* bytes) {
+  if (deviceSize(fd, bytes) == 0) return 0;
+  const int error = errno;
+  printDiagnosticTitle(kRed, "SIZE FAILED");
+  printDevice();
+  printError(error);
+  _tr_maintainCloseDevice(fd, false);
+  return -1;
 }
 
 int _tr_maintainCloseDevice(int fd, bool warn) {

@@ -33,6 +33,14 @@ int _tr_maintainReadDevice(int fd, uint64_t offset, void* buffer, size_t size,
 int _tr_maintainWriteDevice(int fd, uint64_t offset, const void* buffer,
                             size_t size, bool showOffset);
 
+// The size in bytes of the device open on `fd`: a regular file (a card
+// image) by its length, anything else by the block-device size request.
+// Prints nothing; 0, or -1 with errno set.
+int deviceSize(int fd, uint64_t* bytes);
+// deviceSize() within the device protocol: a failure prints the "SIZE
+// FAILED" block and closes the device quietly. 0 or -1.
+int measureDevice(int fd, uint64_t* bytes);
+
 // Closes the descriptor. With `warn`, a failing close prints the close
 // warning and returns -1 (a write before it has reached the device all the
 // same); without, the result is ignored and 0 returned.

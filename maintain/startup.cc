@@ -1,8 +1,8 @@
 #include "maintain/startup.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 
+#include "base/device.h"
 #include "base/output.h"
 #include "base/platform.h"
 #include "format/device_layout.h"
@@ -27,10 +27,7 @@ uint64_t _tr_maintainGetDeviceCapacity(const char* path) {
     return 0;
   }
   uint64_t size = 0;
-  struct stat st;
-  if (sys.fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
-    size = static_cast<uint64_t>(st.st_size);
-  } else if (sys.blockDeviceSize(fd, &size) == -1) {
+  if (deviceSize(fd, &size) == -1) {
     capacityFailure("get size failed");
     sys.close(fd);
     return 0;
