@@ -4,8 +4,12 @@
 
 namespace tr {
 
+std::string dataFileName(int fileNum, const char* suffix) {
+  return formatString("TR%05d%s", fileNum, suffix);
+}
+
 std::string dataFilePath(int fileNum, const char* suffix) {
-  return mediaPath(formatString("TR%05d%s", fileNum, suffix));
+  return mediaPath(dataFileName(fileNum, suffix));
 }
 
 }  // namespace tr

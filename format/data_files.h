@@ -11,7 +11,9 @@ namespace tr {
 constexpr const char kRecordDataSuffix[] = ".mp4";
 constexpr const char kPictureDataSuffix[] = ".picture";
 
-// The media directory's "TR" + fileNum as five digits + `suffix`.
+// "TR" + fileNum as five digits + `suffix`, and the same in the media
+// directory.
+std::string dataFileName(int fileNum, const char* suffix);
 std::string dataFilePath(int fileNum, const char* suffix);
 
 }  // namespace tr

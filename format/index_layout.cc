@@ -41,6 +41,22 @@ uint64_t segmentInfoOffset(uint64_t base, uint32_t kind,
          kDataFileHeadSize + uint64_t{segmentIndex} * segmentInfoSize(kind);
 }
 
+uint64_t dataFileAreaEnd(uint32_t kind, uint32_t maxFileNum,
+                         uint32_t maxSegmentNum) {
+  constexpr uint64_t kNoFit = UINT64_MAX;
+  uint64_t segments = 0;
+  uint64_t block = 0;
+  uint64_t area = 0;
+  if (__builtin_mul_overflow(uint64_t{maxSegmentNum}, segmentInfoSize(kind),
+                             &segments) ||
+      __builtin_add_overflow(segments, kDataFileHeadSize, &block) ||
+      __builtin_mul_overflow(block, uint64_t{maxFileNum}, &area) ||
+      area > kNoFit - kIndexFileHeadSize) {
+    return kNoFit;
+  }
+  return area + kIndexFileHeadSize;
+}
+
 uint64_t auxRegionStart(uint64_t base, uint64_t idxFileSize) {
   return idxFileSize + base - kAuxRegionSize;
 }

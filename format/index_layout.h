@@ -35,6 +35,11 @@ uint64_t dataFileHeadOffset(uint64_t base, uint32_t kind,
 uint64_t segmentInfoOffset(uint64_t base, uint32_t kind,
                            uint32_t maxSegmentNum, uint32_t fileNum,
                            uint32_t segmentNum);
+// Bytes from an index file's start to the end of its data-file area (the
+// header and every data file's block), or UINT64_MAX when that does not fit
+// in 64 bits.
+uint64_t dataFileAreaEnd(uint32_t kind, uint32_t maxFileNum,
+                         uint32_t maxSegmentNum);
 // The auxiliary region is placed from the end of the index file, whose size
 // is the start-up layout's idxFileSize.
 uint64_t auxRegionStart(uint64_t base, uint64_t idxFileSize);

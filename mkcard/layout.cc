@@ -96,17 +96,7 @@ void reportRemedy(const CardLayout& layout, uint64_t auxStart) {
 }  // namespace
 
 uint64_t dataAreaEnd(uint32_t kind, const CardDimensions& dims) {
-  uint64_t segments = 0;
-  uint64_t block = 0;
-  uint64_t area = 0;
-  if (__builtin_mul_overflow(uint64_t{dims.segments}, segmentInfoSize(kind),
-                             &segments) ||
-      __builtin_add_overflow(segments, kDataFileHeadSize, &block) ||
-      __builtin_mul_overflow(block, uint64_t{dims.files}, &area) ||
-      area > kNoFit - kIndexFileHeadSize) {
-    return kNoFit;
-  }
-  return area + kIndexFileHeadSize;
+  return dataFileAreaEnd(kind, dims.files, dims.segments);
 }
 
 uint64_t minimumCapacity(const CardDimensions& dims) {
