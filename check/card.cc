@@ -1,0 +1,88 @@
+#include "check/card.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "base/device.h"
+#include "base/platform.h"
+#include "format/data_files.h"
+#include "format/device_layout.h"
+#include "format/index_layout.h"
+
+namespace tr {
+
+const IndexFileDef kIndexFileDefs[4] = {
+    {"recordIndexFile", "rec", kRecordKind, false},
+    {"backup recordIndexFile", "recBackUp", kRecordKind, true},
+    {"pictureIndexFile", "pic", kPictureKind, false},
+    {"backup pictureIndexFile", "picBackUp", kPictureKind, true},
+};
+
+CardSession::~CardSession() {
+  if (fd_ != -1) _tr_maintainCloseDevice(fd_, false);
+}
+
+int CardSession::open() {
+  fd_ = _tr_maintainOpenDevice(DeviceMode::kReadOnly);
+  if (fd_ == -1) return -1;
+  if (measureDevice(fd_, &capacity_) == -1) {
+    fd_ = -1;
+    return -1;
+  }
+  layout_ = computeTrellisHead(capacity_);
+  return 0;
+}
+
+int CardSession::close() {
+  const int fd = fd_;
+  fd_ = -1;
+  return _tr_maintainCloseDevice(fd, true);
+}
+
+uint64_t CardSession::base(const IndexFileDef& file) const {
+  if (file.kind == kRecordKind) {
+    return file.backup ? layout_.idxFileBackupOffsetAV : layout_.idxFileOffsetAV;
+  }
+  return file.backup ? layout_.idxFileBackupOffsetPic : layout_.idxFileOffsetPic;
+}
+
+bool CardSession::indexFilesHoldTheirRegions() const {
+  // A reserve short of the first index file wraps the sizes around.
+  return _tr_maintainGetReserveSpaceSzie(capacity_) >= kFirstIndexFileOffset &&
+         layout_.idxFileSize >= kIndexFileHeadSize + kAuxRegionSize;
+}
+
+int CardSession::read(uint64_t offset, void* dest, size_t size) {
+  if (_tr_maintainReadDevice(fd_, offset, dest, size, nullptr, kSeekTitle,
+                             true) == -1) {
+    fd_ = -1;
+    return -1;
+  }
+  return 0;
+}
+
+std::string DataFileSizes::name(uint32_t kind, uint32_t fileNum) {
+  return dataFileName(static_cast<int>(fileNum), kind == kRecordKind
+                                                     ? kRecordDataSuffix
+                                                     : kPictureDataSuffix);
+}
+
+bool DataFileSizes::size(uint32_t kind, uint32_t fileNum, uint64_t* bytes) {
+  if (kind != kind_ || fileNum != fileNum_) {
+    kind_ = kind;
+    fileNum_ = fileNum;
+    held_ = false;
+    const int fd = sys.open(mediaPath(name(kind, fileNum)).c_str(), O_RDONLY);
+    struct stat st;
+    if (fd >= 0 && sys.fstat(fd, &st) == 0) {
+      held_ = true;
+      bytes_ = static_cast<uint64_t>(st.st_size);
+    }
+    if (fd >= 0) sys.close(fd);
+    ++(held_ ? found_ : missing_);
+  }
+  *bytes = bytes_;
+  return held_;
+}
+
+}  // namespace tr

@@ -1,0 +1,31 @@
+// The whole-card commands that run beside the console: the inventory
+// (--list), what the card holds, and the check (--check), what is wrong
+// with it. Both read the device named by the platform (TRELLIS_DEVICE or
+// -d) and the data files of the media directory, go through every index
+// record in large sequential reads with memory that does not grow with the
+// card, and print a report on standard output: text lines, or JSON Lines.
+#ifndef TRELLIS_CHECK_CHECK_H_
+#define TRELLIS_CHECK_CHECK_H_
+
+namespace tr {
+
+struct CheckSettings {
+  bool json = false;  // JSON Lines instead of text
+};
+
+// Exit statuses of both commands.
+constexpr int kCardClean = 0;       // no problem found, or all listed
+constexpr int kCardProblems = 1;    // problems found, or a part not listed
+constexpr int kCardUnreadable = 2;  // the device could not be read
+
+// One line per data file in use (or marked invalid or full) and then one
+// per segment in use, of the record and the picture index file, and a
+// total line for each. The backups are left to the check.
+int runInventory(const CheckSettings& settings);
+// Every problem of the storage head and the four index files, one line
+// each, then a summary line.
+int runCheck(const CheckSettings& settings);
+
+}  // namespace tr
+
+#endif  // TRELLIS_CHECK_CHECK_H_

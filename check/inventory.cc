@@ -1,0 +1,289 @@
+// The inventory: what the record and the picture index file say the card
+// holds. Each index file is read twice: its data file heads one by one,
+// then its whole data-file area in large blocks for the segment infos, so
+// that the data files come first without keeping anything in memory.
+#include <cinttypes>
+#include <cstring>
+#include <vector>
+
+#include "base/output.h"
+#include "base/platform.h"
+#include "base/region_reader.h"
+#include "check/card.h"
+#include "check/check.h"
+#include "check/record_checks.h"
+#include "check/report.h"
+#include "format/index_layout.h"
+
+namespace tr {
+namespace {
+
+struct Totals {
+  uint64_t dataFilesInUse = 0;
+  uint64_t full = 0;
+  uint64_t invalid = 0;
+  uint64_t segments = 0;
+  uint64_t incomplete = 0;
+  uint64_t pictures = 0;
+  uint64_t bytes = 0;
+};
+
+// "1 segment", "4 segments".
+std::string counted(uint64_t count, const char* noun) {
+  return formatString("%" PRIu64 " %s%s", count, noun, count == 1 ? "" : "s");
+}
+
+std::string jsonWords(const std::vector<const char*>& words) {
+  std::string json = "[";
+  for (const char* word : words) {
+    if (json.size() > 1) json += ',';
+    json += jsonString(word);
+  }
+  return json + "]";
+}
+
+std::string textWords(const std::vector<const char*>& words) {
+  std::string text;
+  for (const char* word : words) text += (text.empty() ? "" : ", ") + std::string(word);
+  return text;
+}
+
+// A data file is listed when it is in use or its validity is not the
+// plain read/write of a free data file.
+void listDataFile(const IndexFileDef& file, uint32_t fileNum,
+                  const tr_DataFileHead& head, Totals* totals, Report* report) {
+  if (head.inUse == 0 && head.validity == 1) return;
+  std::vector<const char*> states = {head.inUse != 0 ? "in use" : "not in use"};
+  if (head.validity == 0) states.push_back("invalid");
+  if (head.validity == 2) states.push_back("full");
+  if (head.validity > 2) states.push_back("unknown validity");
+  totals->dataFilesInUse += head.inUse != 0;
+  totals->full += head.validity == 2;
+  totals->invalid += head.validity == 0;
+  const Place where = {Place::kDataFileHead, &file, fileNum, 0};
+  JsonObject object;
+  object.add("type", "dataFile");
+  where.addTo(&object);
+  object.addRaw("states", jsonWords(states))
+      .add("channel", uint64_t{head.channel})
+      .add("validity", uint64_t{head.validity})
+      .add("validSegments", uint64_t{head.validSegments})
+      .add("usedSize", uint64_t{head.usedSize});
+  report->emit(formatString("%s: %s; channel %u, %s, usedSize %u",
+                            where.text().c_str(), textWords(states).c_str(),
+                            head.channel,
+                            counted(head.validSegments, "valid segment").c_str(),
+                            head.usedSize),
+               object);
+}
+
+// What a segment line shows, for either kind of segment info.
+struct SegmentFacts {
+  std::vector<const char*> states;
+  bool channelValid;
+  int32_t channel;
+  bool timeValid;
+  int64_t start;
+  int64_t end;
+  int32_t zone;
+  uint64_t offset;
+  uint64_t length;
+  int pictures;  // -1 for a record segment
+};
+
+SegmentFacts recordFacts(const tr_RecDataFileInfo& info) {
+  SegmentFacts facts = {{"in use"},
+                        (info.effinfoMask & ETR_MEDIAFILEEFFINFO_CHANNEL) != 0,
+                        info.fileTypeInfo.channel,
+                        (info.effinfoMask & ETR_MEDIAFILEEFFINFO_TIME) ==
+                            ETR_MEDIAFILEEFFINFO_TIME,
+                        info.timeInfo.startTime,
+                        info.timeInfo.endTime,
+                        info.timeInfo.timeZone,
+                        info.dataOffset,
+                        info.datalen,
+                        -1};
+  if (info.infoEx.isIncomplete != 0) facts.states.push_back("incomplete");
+  return facts;
+}
+
+SegmentFacts pictureFacts(const tr_JPGDataFileInfo& info) {
+  const int pictures =
+      info.validNum < kMaxImageDetails ? info.validNum : kMaxImageDetails;
+  const tr_ImageDetail& first = info.imageDetails[0];
+  const tr_ImageDetail& last = info.imageDetails[pictures > 0 ? pictures - 1 : 0];
+  return {{"in use"},
+          (info.effinfoMask & ETR_MEDIAFILEEFFINFO_CHANNEL) != 0,
+          info.fileTypeInfo.channel,
+          pictures > 0 && (info.effinfoMask & ETR_MEDIAFILEEFFINFO_TIME) ==
+                              ETR_MEDIAFILEEFFINFO_TIME,
+          first.utcTime,
+          last.utcTime,
+          first.timeZone,
+          info.fragmentOffset,
+          info.fragmentSize,
+          pictures};
+}
+
+void listSegment(const Place& where, const SegmentFacts& facts, Totals* totals,
+                 Report* report) {
+  ++totals->segments;
+  totals->incomplete += facts.states.size() > 1;
+  totals->bytes += facts.length;
+  JsonObject object;
+  object.add("type", "segment");
+  where.addTo(&object);
+  object.addRaw("states", jsonWords(facts.states));
+  std::string text = where.text() + ": " + textWords(facts.states) + ";";
+  if (facts.channelValid) {
+    object.add("channel", int64_t{facts.channel});
+    text += formatString(" channel %d,", facts.channel);
+  } else {
+    object.addNull("channel");
+  }
+  if (facts.timeValid) {
+    const std::string zone = timeZoneText(facts.zone);
+    object.add("start", utcText(facts.start))
+        .add("end", utcText(facts.end))
+        .add("timeZone", zone);
+    text += " " + utcText(facts.start) + " to " + utcText(facts.end) +
+            " UTC, zone " + zone + ",";
+  } else {
+    object.addNull("start").addNull("end").addNull("timeZone");
+    text += " time not valid,";
+  }
+  if (facts.pictures >= 0) {
+    totals->pictures += static_cast<uint64_t>(facts.pictures);
+    object.add("pictures", int64_t{facts.pictures});
+    text += " " + counted(static_cast<uint64_t>(facts.pictures), "picture") + ",";
+  }
+  object.add("offset", facts.offset).add("length", facts.length);
+  text += formatString(" %" PRIu64 " bytes at %s", facts.length,
+                       hexText(facts.offset).c_str());
+  report->emit(text, object);
+}
+
+// Lists one index file. 0, 1 when its dimensions do not fit its region
+// (nothing listed), -1 when a read failed.
+int listIndexFile(CardSession* card, const IndexFileDef& file,
+                  const tr_IndexFileHead& head, RegionReader* reader,
+                  Report* report, JsonObject* summary) {
+  const uint64_t base = card->base(file);
+  Totals totals;
+  const bool fits =
+      dataFileAreaFits(head, file.kind, card->layout().idxFileSize);
+  for (uint32_t f = 1; fits && f <= head.maxFileNum; ++f) {
+    tr_DataFileHead dataHead;
+    if (card->read(dataFileHeadOffset(base, file.kind, head.maxSegmentNum, f),
+                   &dataHead, sizeof dataHead) == -1) {
+      return -1;
+    }
+    listDataFile(file, f, dataHead, &totals, report);
+  }
+  const uint64_t end = dataFileAreaEnd(file.kind, head.maxFileNum,
+                                       head.maxSegmentNum);
+  if (fits) {
+    reader->start(card->fd(), base + kIndexFileHeadSize,
+                  end - kIndexFileHeadSize);
+  }
+  const size_t infoSize = segmentInfoSize(file.kind);
+  for (uint32_t f = 1; fits && f <= head.maxFileNum; ++f) {
+    if (reader->take(kDataFileHeadSize) == nullptr) return -1;
+    for (uint32_t s = 1; s <= head.maxSegmentNum; ++s) {
+      const unsigned char* bytes = reader->take(infoSize);
+      if (bytes == nullptr) return -1;
+      if (bytes[offsetof(tr_RecDataFileInfo, inUse)] == 0) continue;
+      const Place where = {Place::kSegmentInfo, &file, f, s};
+      if (file.kind == kRecordKind) {
+        tr_RecDataFileInfo info;
+        std::memcpy(&info, bytes, sizeof info);
+        listSegment(where, recordFacts(info), &totals, report);
+      } else {
+        tr_JPGDataFileInfo info;
+        std::memcpy(&info, bytes, sizeof info);
+        listSegment(where, pictureFacts(info), &totals, report);
+      }
+    }
+    report->progress(reader->bytesRead());
+  }
+
+  JsonObject object;
+  object.add("dataFilesInUse", totals.dataFilesInUse)
+      .add("full", totals.full)
+      .add("invalid", totals.invalid)
+      .add("segmentsInUse", totals.segments)
+      .add("incomplete", totals.incomplete);
+  if (file.kind == kPictureKind) object.add("pictures", totals.pictures);
+  object.add("bytes", totals.bytes).add("listed", fits);
+  summary->addRaw(file.name, object.str());
+  if (!fits) {
+    report->emitText(formatString("%s: not listed: maxFileNum %u x "
+                                  "maxSegmentNum %u do not fit before the "
+                                  "auxiliary region (see --check)",
+                                  file.name, head.maxFileNum,
+                                  head.maxSegmentNum));
+    return 1;
+  }
+  std::string text = formatString(
+      "%s: %s in use (%" PRIu64 " full), %" PRIu64 " invalid; %s in use (%" PRIu64
+      " incomplete), ",
+      file.name, counted(totals.dataFilesInUse, "data file").c_str(),
+      totals.full, totals.invalid, counted(totals.segments, "segment").c_str(),
+      totals.incomplete);
+  if (file.kind == kPictureKind) {
+    text += counted(totals.pictures, "picture") + ", ";
+  }
+  report->emitText(text + formatString("%" PRIu64 " bytes", totals.bytes));
+  return 0;
+}
+
+}  // namespace
+
+int runInventory(const CheckSettings& settings) {
+  CardSession card;
+  if (card.open() == -1) return kCardUnreadable;
+  Report report(settings.json, "listing", 0);
+  if (!card.indexFilesHoldTheirRegions()) {
+    err("the index files of a device of %" PRIu64 " bytes cannot hold their "
+        "records; nothing listed (see --check)\n",
+        card.capacity());
+    return kCardProblems;
+  }
+  RegionReader reader;
+  if (!reader.valid()) {
+    errTimestamped("the inventory's read buffer could not be allocated");
+    return kCardUnreadable;
+  }
+  // The record and the picture index file; their headers first, for the
+  // progress line's total.
+  const IndexFileDef* files[2] = {&kIndexFileDefs[0], &kIndexFileDefs[2]};
+  tr_IndexFileHead heads[2];
+  uint64_t total = 0;
+  for (int i = 0; i < 2; ++i) {
+    if (card.read(card.base(*files[i]), &heads[i], sizeof heads[i]) == -1) {
+      return kCardUnreadable;
+    }
+    if (dataFileAreaFits(heads[i], files[i]->kind, card.layout().idxFileSize)) {
+      total += dataFileAreaEnd(files[i]->kind, heads[i].maxFileNum,
+                               heads[i].maxSegmentNum);
+    }
+  }
+  report.setTotal(total);
+  JsonObject summary;
+  summary.add("type", "summary");
+  int status = kCardClean;
+  for (int i = 0; i < 2; ++i) {
+    const int listed =
+        listIndexFile(&card, *files[i], heads[i], &reader, &report, &summary);
+    if (listed == -1) {
+      if (reader.failed()) card.lost();
+      return kCardUnreadable;
+    }
+    if (listed == 1) status = kCardProblems;
+  }
+  if (card.close() == -1) return kCardUnreadable;
+  report.emitJson(summary);
+  return status;
+}
+
+}  // namespace tr

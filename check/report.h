@@ -1,0 +1,107 @@
+// The report of the whole-card commands: one line of text, or one JSON
+// object (JSON Lines), per data file, segment or problem, then a summary.
+// The report goes to standard output; the progress line, on a terminal
+// only, goes to standard error and is wiped before each report line.
+#ifndef TRELLIS_CHECK_REPORT_H_
+#define TRELLIS_CHECK_REPORT_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "base/progress.h"
+#include "check/card.h"
+
+namespace tr {
+
+// `text` as a JSON string, quotes included. Control bytes and bytes past
+// ASCII are written as \u00XX, so the line is valid JSON whatever it holds.
+std::string jsonString(const std::string& text);
+
+// One JSON object, its members in the order they were added.
+class JsonObject {
+ public:
+  JsonObject& add(const char* key, const std::string& text);
+  JsonObject& add(const char* key, const char* text);
+  JsonObject& add(const char* key, uint64_t number);
+  JsonObject& add(const char* key, int64_t number);
+  JsonObject& add(const char* key, bool value);
+  JsonObject& addNull(const char* key);
+  // `json` is written as it stands: an array or object already formed.
+  JsonObject& addRaw(const char* key, const std::string& json);
+  std::string str() const { return body_ + "}"; }
+
+ private:
+  std::string body_ = "{";
+};
+
+// Where a record lies: the index file, the numbers that select it, and the
+// console command that prints it.
+struct Place {
+  enum Record {
+    kDevice,  // the layout computed from the device's size
+    kStorageHead,
+    kIndexFileHead,
+    kDataFileHead,
+    kSegmentInfo,
+    kAuxHead,
+    kAuxContext,
+  };
+  Record record;
+  const IndexFileDef* file;  // null for the device and the storage head
+  uint32_t first;   // fileNum or auxNum
+  uint32_t second;  // segmentNum or ctxNum
+
+  // "backup recordIndexFile file 3 segment 2"
+  std::string text() const;
+  // "maintain recBackUpDataFileInfo 3 2"; empty for the device.
+  std::string command() const;
+  // The members naming it in a JSON object.
+  void addTo(JsonObject* object) const;
+};
+
+class Report {
+ public:
+  // `total`: bytes the command will read, for the progress line.
+  Report(bool json, const char* activity, uint64_t total);
+
+  bool json() const { return json_; }
+  // One report line: `text`, or `object` as JSON.
+  void emit(const std::string& text, const JsonObject& object);
+  // A line only the text report has, or an object only JSON Lines have.
+  void emitText(const std::string& text);
+  void emitJson(const JsonObject& object);
+  // "<where>: <field> <what> [<command>]", or its JSON object.
+  void problem(const Place& where, const std::string& field,
+               const std::string& what);
+  // "<where>: <what> [<command>]": a backup record that is not its
+  // primary's copy; `fields` names the fields that differ.
+  void difference(const Place& where, const std::string& fields,
+                  const std::string& what);
+  uint64_t problems() const { return problems_; }
+  // Redraws the progress line now and then on a terminal.
+  void progress(uint64_t bytesRead);
+  void setTotal(uint64_t total) { total_ = total; }
+
+ private:
+  void line(const Place& where, const std::string& field,
+            const std::string& message);
+
+  bool json_;
+  const char* activity_;
+  uint64_t total_;
+  uint64_t problems_ = 0;
+  ProgressLine progress_;
+};
+
+// Card bytes shown in a report line: up to the first NUL, in double quotes,
+// every byte outside printable ASCII (and the quote and backslash) as an
+// escape, so nothing from the card reaches the terminal raw.
+std::string cardText(const char* bytes, size_t size);
+// A stored UTC time as "YYYY-MM-DD HH:MM:SS", as the printers show it.
+std::string utcText(int64_t seconds);
+std::string hexText(uint64_t value);
+
+}  // namespace tr
+
+#endif  // TRELLIS_CHECK_REPORT_H_
