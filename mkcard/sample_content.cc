@@ -174,6 +174,10 @@ void SampleContent::recSegmentInfo(const IndexFilePlace& file, uint32_t fileNum,
     info->infoEx.isIncomplete = s.incomplete ? 1 : 0;
     info->infoEx.position = s.position;
     info->infoEx.nextFileNum = s.nextFileNum;
+    if (!file.backup && fileNum == plan_.flippedRecFile &&
+        segmentNum == plan_.flippedRecSegment) {
+      info->dataOffset ^= plan_.flippedBit;
+    }
   }
 }
 

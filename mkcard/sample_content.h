@@ -5,9 +5,11 @@
 //
 // Records as found on cards in the field: the picture backup index file is
 // marked abnormal (magic word cleared, exception flag set), record data file
-// 2 ends in an incomplete segment followed by one not in use, and record
-// data file 4 is marked invalid. Apart from the abnormal mark every backup
-// equals its primary.
+// 2 ends in an incomplete segment followed by one not in use, record data
+// file 4 is marked invalid, and the record index file holds the dataOffset
+// of record segment 3/2 with a flipped bit, past the end of its data file,
+// where the backup holds the right one. Apart from these two records every
+// backup equals its primary.
 #ifndef TRELLIS_MKCARD_SAMPLE_CONTENT_H_
 #define TRELLIS_MKCARD_SAMPLE_CONTENT_H_
 

@@ -149,6 +149,9 @@ SamplePlan makeSamplePlan(int64_t startTime) {
   SamplePlan plan;
   plan.startTime = startTime;
   plan.invalidRecFile = 4;
+  plan.flippedRecFile = 3;
+  plan.flippedRecSegment = 2;
+  plan.flippedBit = uint64_t{1} << 20;
   planRecordings(&plan);
   planPictures(&plan);
   return plan;

@@ -8,7 +8,9 @@
 //   file 1  read-only (full), segments 1-4 complete
 //   file 2  read/write (being written): segments 1-2 complete, 3 cut short
 //           (incomplete), 4 not in use
-//   file 3  read/write, segments 1-2 complete
+//   file 3  read/write, segments 1-2 complete; in the record index file
+//           (not its backup) segment 2's dataOffset has a flipped bit and
+//           points past the end of the data file
 //   file 4  marked invalid
 // Picture data files (TR%05d.picture): file 1 (channel 1) segments 1-3 with
 // 4, 3 and 5 pictures, file 2 (channel 2) segment 1 with 3 pictures.
@@ -86,6 +88,11 @@ struct SamplePlan {
   std::vector<SampleRecFile> recFiles;
   std::vector<SamplePicFile> picFiles;
   uint32_t invalidRecFile;  // the data file head marked invalid
+  // The segment whose dataOffset the record index file holds with
+  // flippedBit flipped; its backup holds the right value.
+  uint32_t flippedRecFile;
+  uint32_t flippedRecSegment;
+  uint64_t flippedBit;
 };
 
 SamplePlan makeSamplePlan(int64_t startTime);
