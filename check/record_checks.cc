@@ -40,24 +40,23 @@ void checkOrder(const Place& where, const char* startName, int64_t start,
 void checkExtent(const Place& where, const char* offsetName, uint64_t offset,
                  const char* lengthName, uint64_t length, DataFileSizes* sizes,
                  Report* report) {
-  const std::string extent = formatString(
-      "%s + %s %" PRIu64 " end", hexText(offset).c_str(), lengthName, length);
   uint64_t end = 0;
-  if (__builtin_add_overflow(offset, length, &end)) {
-    report->problem(where, offsetName, extent + " past 2^64 bytes");
+  const bool wraps = __builtin_add_overflow(offset, length, &end);
+  uint64_t size = 0;
+  if (!wraps && !(sizes->size(where.file->kind, where.first, &size) &&
+                  end > size)) {
     return;
   }
-  uint64_t size = 0;
-  if (sizes->size(where.file->kind, where.first, &size) && end > size) {
-    report->problem(
-        where, offsetName,
-        extent + formatString(" at byte %" PRIu64 ", past the end of %s "
-                              "(%" PRIu64 " bytes)",
-                              end,
-                              DataFileSizes::name(where.file->kind, where.first)
-                                  .c_str(),
-                              size));
+  std::string what = formatString("%s + %s %" PRIu64 " end",
+                                  hexText(offset).c_str(), lengthName, length);
+  if (wraps) {
+    what += " past 2^64 bytes";
+  } else {
+    what += formatString(
+        " at byte %" PRIu64 ", past the end of %s (%" PRIu64 " bytes)", end,
+        DataFileSizes::name(where.file->kind, where.first).c_str(), size);
   }
+  report->problem(where, offsetName, what);
 }
 
 }  // namespace
@@ -218,11 +217,14 @@ void checkJpgSegment(const Place& where, const tr_JPGDataFileInfo& info,
   }
   checkExtent(where, "fragmentOffset", info.fragmentOffset, "fragmentSize",
               info.fragmentSize, sizes, report);
-  if (pictures > 1 && (info.effinfoMask & ETR_MEDIAFILEEFFINFO_TIME) ==
-                          ETR_MEDIAFILEEFFINFO_TIME) {
-    checkOrder(where, "imageDetails[0].utcTime", info.imageDetails[0].utcTime,
+  const int64_t first = info.imageDetails[0].utcTime;
+  const int64_t last = info.imageDetails[pictures > 0 ? pictures - 1 : 0].utcTime;
+  if ((info.effinfoMask & ETR_MEDIAFILEEFFINFO_TIME) ==
+          ETR_MEDIAFILEEFFINFO_TIME &&
+      first > last) {
+    checkOrder(where, "imageDetails[0].utcTime", first,
                formatString("imageDetails[%d].utcTime", pictures - 1).c_str(),
-               info.imageDetails[pictures - 1].utcTime, report);
+               last, report);
   }
 }
 
@@ -256,12 +258,13 @@ void checkAuxContext(const Place& where, const IndexFileAuxiliaryContext& ctx,
   }
   if (bad == 0) return;
   const uint32_t position = ctx.positionArray[first];
-  report->problem(
-      where, formatString("positionArray[%d]", first),
+  std::string what =
       formatString("0x%08x: file %u segment %u, outside maxFileNum %u and "
-                   "maxSegmentNum %u (%d such positions)",
+                   "maxSegmentNum %u",
                    position, position >> 16, position & 0xFFFF,
-                   head.maxFileNum, head.maxSegmentNum, bad));
+                   head.maxFileNum, head.maxSegmentNum);
+  if (bad > 1) what += formatString(" (%d such positions)", bad);
+  report->problem(where, formatString("positionArray[%d]", first), what);
 }
 
 }  // namespace tr
