@@ -196,9 +196,8 @@ void _tr_maintainFormatUnixTime(int64_t seconds, char* buf, size_t size) {
     buf[0] = '\0';
     return;
   }
-  std::snprintf(buf, size, "%04d-%02d-%02d %02d:%02d:%02d", utc.tm_year + 1900,
-                utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min,
-                utc.tm_sec);
+  // The low half spans the years 1901 to 2038: four digits each time.
+  if (std::strftime(buf, size, "%Y-%m-%d %H:%M:%S", &utc) == 0) buf[0] = '\0';
 }
 
 std::string sizeText(uint64_t bytes) {
