@@ -41,9 +41,11 @@ int CardSession::close() {
 
 uint64_t CardSession::base(const IndexFileDef& file) const {
   if (file.kind == kRecordKind) {
-    return file.backup ? layout_.idxFileBackupOffsetAV : layout_.idxFileOffsetAV;
+    return file.backup ? layout_.idxFileBackupOffsetAV
+                       : layout_.idxFileOffsetAV;
   }
-  return file.backup ? layout_.idxFileBackupOffsetPic : layout_.idxFileOffsetPic;
+  return file.backup ? layout_.idxFileBackupOffsetPic
+                     : layout_.idxFileOffsetPic;
 }
 
 bool CardSession::indexFilesHoldTheirRegions() const {

@@ -46,14 +46,14 @@ class CardCheck {
   int walkDataFiles(Side* primary, Side* backup);
   int walkAuxiliaries(Side* primary, Side* backup);
   // The next record of each side; false after a failed read.
-  bool take(Side* primary, Side* backup, size_t size,
-            const unsigned char** p, const unsigned char** b);
+  bool take(Side* primary, Side* backup, size_t size, const unsigned char** p,
+            const unsigned char** b);
   // Checks the primary's record and, when the backup's is not a copy of
   // it, names the fields that differ and checks the backup's on its own.
   template <typename Check>
   void checkRecord(const RecordFields& fields, const Place& primaryPlace,
-                   const unsigned char* p, Side* backup,
-                   const unsigned char* b, Check check);
+                   const unsigned char* p, Side* backup, const unsigned char* b,
+                   Check check);
 
   CardSession* card_;
   Report* report_;
@@ -65,7 +65,8 @@ class CardCheck {
 bool CardCheck::take(Side* primary, Side* backup, size_t size,
                      const unsigned char** p, const unsigned char** b) {
   *p = primary->reader->take(size);
-  *b = backup == nullptr || *p == nullptr ? nullptr : backup->reader->take(size);
+  *b =
+      backup == nullptr || *p == nullptr ? nullptr : backup->reader->take(size);
   if (*p == nullptr || (backup != nullptr && *b == nullptr)) {
     card_->lost();
     return false;
@@ -83,19 +84,18 @@ void CardCheck::checkRecord(const RecordFields& fields,
   Place backupPlace = primaryPlace;
   backupPlace.file = backup->def;
   const Difference d = difference(fields, b, p, primaryPlace.file->name);
-  report_->difference(backupPlace, d.fields,
-                      std::string("differs from ") + primaryPlace.file->name +
-                          ": " + d.values);
+  report_->difference(
+      backupPlace, d.fields,
+      std::string("differs from ") + primaryPlace.file->name + ": " + d.values);
   check(backupPlace, b);
 }
 
 int CardCheck::walkDataFiles(Side* primary, Side* backup) {
   const uint32_t kind = primary->def->kind;
   const uint64_t infoSize = segmentInfoSize(kind);
-  const uint64_t length =
-      dataFileAreaEnd(kind, primary->head.maxFileNum,
-                      primary->head.maxSegmentNum) -
-      kIndexFileHeadSize;
+  const uint64_t length = dataFileAreaEnd(kind, primary->head.maxFileNum,
+                                          primary->head.maxSegmentNum) -
+                          kIndexFileHeadSize;
   for (Side* side : {primary, backup}) {
     if (side != nullptr) {
       side->reader->start(card_->fd(), side->base + kIndexFileHeadSize, length);
@@ -135,7 +135,8 @@ int CardCheck::walkDataFiles(Side* primary, Side* backup) {
       checkRecord(kind == kRecordKind ? kRecSegmentFields : kJpgSegmentFields,
                   segment, p, backup, b, checkSegment);
       primary->inUse += p[offsetof(tr_RecDataFileInfo, inUse)] != 0;
-      if (b != nullptr) backup->inUse += b[offsetof(tr_RecDataFileInfo, inUse)] != 0;
+      if (b != nullptr)
+        backup->inUse += b[offsetof(tr_RecDataFileInfo, inUse)] != 0;
     }
     checkValidSegments(head, primaryHead, primary->inUse, report_);
     if (backup != nullptr &&
@@ -200,11 +201,11 @@ int CardCheck::checkKind(Side* primary, Side* backup) {
   std::memcpy(bytes[0], &primary->head, sizeof bytes[0]);
   std::memcpy(bytes[1], &unmarked, sizeof bytes[1]);
   if (std::memcmp(bytes[0], bytes[1], sizeof bytes[0]) != 0) {
-    const Difference d =
-        difference(kIndexFileHeadFields, bytes[1], bytes[0], primary->def->name);
-    report_->difference(backupPlace, d.fields,
-                        std::string("differs from ") + primary->def->name +
-                            ": " + d.values);
+    const Difference d = difference(kIndexFileHeadFields, bytes[1], bytes[0],
+                                    primary->def->name);
+    report_->difference(
+        backupPlace, d.fields,
+        std::string("differs from ") + primary->def->name + ": " + d.values);
     checkIndexFileHead(backupPlace, backup->head, idxFileSize, report_);
   }
 
@@ -231,10 +232,15 @@ int CardCheck::run() {
         {Place::kDevice, nullptr, 0, 0}, "idxFileSize",
         formatString("%" PRIu64 " (for a device of %" PRIu64
                      " bytes) cannot hold an index file's header and "
-                     "auxiliary region (%" PRIu64 " bytes; index files not read)",
+                     "auxiliary region (%" PRIu64
+                     " bytes; index files not read)",
                      layout.idxFileSize, card_->capacity(),
                      kIndexFileHeadSize + kAuxRegionSize));
     return 0;
+  }
+  if (!readers_[0].valid() || !readers_[1].valid()) {
+    errTimestamped("the check's read buffers could not be allocated");
+    return -1;
   }
   Side sides[4];
   uint64_t total = 0;
@@ -254,10 +260,6 @@ int CardCheck::run() {
     total += kAuxRegionSize;
   }
   report_->setTotal(total);
-  if (!readers_[0].valid() || !readers_[1].valid()) {
-    errTimestamped("the check's read buffers could not be allocated");
-    return -1;
-  }
   if (checkKind(&sides[0], &sides[1]) == -1) return -1;
   return checkKind(&sides[2], &sides[3]);
 }
@@ -289,7 +291,7 @@ void printSummary(const CardCheck& check, Report* report) {
 int runCheck(const CheckSettings& settings) {
   CardSession card;
   if (card.open() == -1) return kCardUnreadable;
-  Report report(settings.json, "checking", 0);
+  Report report(settings.json, "checking");
   CardCheck check(&card, &report);
   if (check.run() == -1 || card.close() == -1) return kCardUnreadable;
   printSummary(check, &report);

@@ -44,7 +44,8 @@ std::string jsonWords(const std::vector<const char*>& words) {
 
 std::string textWords(const std::vector<const char*>& words) {
   std::string text;
-  for (const char* word : words) text += (text.empty() ? "" : ", ") + std::string(word);
+  for (const char* word : words)
+    text += (text.empty() ? "" : ", ") + std::string(word);
   return text;
 }
 
@@ -69,12 +70,12 @@ void listDataFile(const IndexFileDef& file, uint32_t fileNum,
       .add("validity", uint64_t{head.validity})
       .add("validSegments", uint64_t{head.validSegments})
       .add("usedSize", uint64_t{head.usedSize});
-  report->emit(formatString("%s: %s; channel %u, %s, usedSize %u",
-                            where.text().c_str(), textWords(states).c_str(),
-                            head.channel,
-                            counted(head.validSegments, "valid segment").c_str(),
-                            head.usedSize),
-               object);
+  report->emit(
+      formatString("%s: %s; channel %u, %s, usedSize %u", where.text().c_str(),
+                   textWords(states).c_str(), head.channel,
+                   counted(head.validSegments, "valid segment").c_str(),
+                   head.usedSize),
+      object);
 }
 
 // What a segment line shows, for either kind of segment info.
@@ -111,7 +112,8 @@ SegmentFacts pictureFacts(const tr_JPGDataFileInfo& info) {
   const int pictures =
       info.validNum < kMaxImageDetails ? info.validNum : kMaxImageDetails;
   const tr_ImageDetail& first = info.imageDetails[0];
-  const tr_ImageDetail& last = info.imageDetails[pictures > 0 ? pictures - 1 : 0];
+  const tr_ImageDetail& last =
+      info.imageDetails[pictures > 0 ? pictures - 1 : 0];
   return {{"in use"},
           (info.effinfoMask & ETR_MEDIAFILEEFFINFO_CHANNEL) != 0,
           info.fileTypeInfo.channel,
@@ -155,7 +157,8 @@ void listSegment(const Place& where, const SegmentFacts& facts, Totals* totals,
   if (facts.pictures >= 0) {
     totals->pictures += static_cast<uint64_t>(facts.pictures);
     object.add("pictures", int64_t{facts.pictures});
-    text += " " + counted(static_cast<uint64_t>(facts.pictures), "picture") + ",";
+    text +=
+        " " + counted(static_cast<uint64_t>(facts.pictures), "picture") + ",";
   }
   object.add("offset", facts.offset).add("length", facts.length);
   text += formatString(" %" PRIu64 " bytes at %s", facts.length,
@@ -180,8 +183,8 @@ int listIndexFile(CardSession* card, const IndexFileDef& file,
     }
     listDataFile(file, f, dataHead, &totals, report);
   }
-  const uint64_t end = dataFileAreaEnd(file.kind, head.maxFileNum,
-                                       head.maxSegmentNum);
+  const uint64_t end =
+      dataFileAreaEnd(file.kind, head.maxFileNum, head.maxSegmentNum);
   if (fits) {
     reader->start(card->fd(), base + kIndexFileHeadSize,
                   end - kIndexFileHeadSize);
@@ -217,16 +220,16 @@ int listIndexFile(CardSession* card, const IndexFileDef& file,
   object.add("bytes", totals.bytes).add("listed", fits);
   summary->addRaw(file.name, object.str());
   if (!fits) {
-    report->emitText(formatString("%s: not listed: maxFileNum %u x "
-                                  "maxSegmentNum %u do not fit before the "
-                                  "auxiliary region (see --check)",
-                                  file.name, head.maxFileNum,
-                                  head.maxSegmentNum));
+    report->emitText(
+        formatString("%s: not listed: maxFileNum %u x "
+                     "maxSegmentNum %u do not fit before the "
+                     "auxiliary region (see --check)",
+                     file.name, head.maxFileNum, head.maxSegmentNum));
     return 1;
   }
   std::string text = formatString(
-      "%s: %s in use (%" PRIu64 " full), %" PRIu64 " invalid; %s in use (%" PRIu64
-      " incomplete), ",
+      "%s: %s in use (%" PRIu64 " full), %" PRIu64
+      " invalid; %s in use (%" PRIu64 " incomplete), ",
       file.name, counted(totals.dataFilesInUse, "data file").c_str(),
       totals.full, totals.invalid, counted(totals.segments, "segment").c_str(),
       totals.incomplete);
@@ -242,9 +245,10 @@ int listIndexFile(CardSession* card, const IndexFileDef& file,
 int runInventory(const CheckSettings& settings) {
   CardSession card;
   if (card.open() == -1) return kCardUnreadable;
-  Report report(settings.json, "listing", 0);
+  Report report(settings.json, "listing");
   if (!card.indexFilesHoldTheirRegions()) {
-    err("the index files of a device of %" PRIu64 " bytes cannot hold their "
+    err("the index files of a device of %" PRIu64
+        " bytes cannot hold their "
         "records; nothing listed (see --check)\n",
         card.capacity());
     return kCardProblems;

@@ -43,8 +43,8 @@ void checkExtent(const Place& where, const char* offsetName, uint64_t offset,
   uint64_t end = 0;
   const bool wraps = __builtin_add_overflow(offset, length, &end);
   uint64_t size = 0;
-  if (!wraps && !(sizes->size(where.file->kind, where.first, &size) &&
-                  end > size)) {
+  if (!wraps &&
+      !(sizes->size(where.file->kind, where.first, &size) && end > size)) {
     return;
   }
   std::string what = formatString("%s + %s %" PRIu64 " end",
@@ -109,10 +109,10 @@ void checkIndexFileHead(const Place& where, const tr_IndexFileHead& head,
                         uint64_t idxFileSize, Report* report) {
   const uint32_t kind = where.file->kind;
   if (head.fileType != kind) {
-    report->problem(where, "fileType",
-                    formatString("%u (expected %u in a %s index file)",
-                                 head.fileType, kind,
-                                 kind == kRecordKind ? "record" : "picture"));
+    report->problem(
+        where, "fileType",
+        formatString("%u (expected %u in a %s index file)", head.fileType, kind,
+                     kind == kRecordKind ? "record" : "picture"));
   }
   if (!dataFileAreaFits(head, kind, idxFileSize)) {
     const uint64_t end =
@@ -137,10 +137,10 @@ void checkIndexFileHead(const Place& where, const tr_IndexFileHead& head,
   }
   for (uint32_t c = 0; c < 32; ++c) {
     if (head.writeFileIndex[c] <= head.maxFileNum) continue;
-    report->problem(where, formatString("writeFileIndex[%u]", c),
-                    formatString("%u: channel %u writes past maxFileNum %u",
-                                 head.writeFileIndex[c], c + 1,
-                                 head.maxFileNum));
+    report->problem(
+        where, formatString("writeFileIndex[%u]", c),
+        formatString("%u: channel %u writes past maxFileNum %u",
+                     head.writeFileIndex[c], c + 1, head.maxFileNum));
   }
 }
 
@@ -156,17 +156,18 @@ void checkDataFileHead(const Place& where, const tr_DataFileHead& head,
   }
   checkFlag(where, "inUse", head.inUse, report);
   if (head.inUse != 0 && head.fileNum != where.first) {
-    report->problem(where, "fileNum",
-                    formatString("%u (expected %u)", head.fileNum, where.first));
+    report->problem(
+        where, "fileNum",
+        formatString("%u (expected %u)", head.fileNum, where.first));
   }
 }
 
 void checkValidSegments(const Place& where, const tr_DataFileHead& head,
                         uint32_t inUse, Report* report) {
   if (head.validSegments == inUse) return;
-  report->problem(where, "validSegments",
-                  formatString("%u (%u segment infos in use)",
-                               head.validSegments, inUse));
+  report->problem(
+      where, "validSegments",
+      formatString("%u (%u segment infos in use)", head.validSegments, inUse));
 }
 
 void checkRecSegment(const Place& where, const tr_RecDataFileInfo& info,
@@ -201,9 +202,9 @@ void checkJpgSegment(const Place& where, const tr_JPGDataFileInfo& info,
   checkMagic(where, info.magicWord, sizeof info.magicWord, kSegmentInfoMagic,
              report);
   if (info.validNum > kMaxImageDetails) {
-    report->problem(where, "validNum",
-                    formatString("%u (at most %d)", info.validNum,
-                                 kMaxImageDetails));
+    report->problem(
+        where, "validNum",
+        formatString("%u (at most %d)", info.validNum, kMaxImageDetails));
   }
   const int pictures =
       info.validNum < kMaxImageDetails ? info.validNum : kMaxImageDetails;
@@ -218,7 +219,8 @@ void checkJpgSegment(const Place& where, const tr_JPGDataFileInfo& info,
   checkExtent(where, "fragmentOffset", info.fragmentOffset, "fragmentSize",
               info.fragmentSize, sizes, report);
   const int64_t first = info.imageDetails[0].utcTime;
-  const int64_t last = info.imageDetails[pictures > 0 ? pictures - 1 : 0].utcTime;
+  const int64_t last =
+      info.imageDetails[pictures > 0 ? pictures - 1 : 0].utcTime;
   if ((info.effinfoMask & ETR_MEDIAFILEEFFINFO_TIME) ==
           ETR_MEDIAFILEEFFINFO_TIME &&
       first > last) {
@@ -258,11 +260,11 @@ void checkAuxContext(const Place& where, const IndexFileAuxiliaryContext& ctx,
   }
   if (bad == 0) return;
   const uint32_t position = ctx.positionArray[first];
-  std::string what =
-      formatString("0x%08x: file %u segment %u, outside maxFileNum %u and "
-                   "maxSegmentNum %u",
-                   position, position >> 16, position & 0xFFFF,
-                   head.maxFileNum, head.maxSegmentNum);
+  std::string what = formatString(
+      "0x%08x: file %u segment %u, outside maxFileNum %u and "
+      "maxSegmentNum %u",
+      position, position >> 16, position & 0xFFFF, head.maxFileNum,
+      head.maxSegmentNum);
   if (bad > 1) what += formatString(" (%d such positions)", bad);
   report->problem(where, formatString("positionArray[%d]", first), what);
 }

@@ -182,9 +182,9 @@ std::string valueText(const FieldSpan& field, const unsigned char* bytes) {
       return formatString("%" PRIu64, raw);
     case FieldShow::kSigned: {
       const uint64_t sign = uint64_t{1} << (bits - 1);
-      const int64_t value =
-          bits == 64 ? static_cast<int64_t>(raw)
-                     : static_cast<int64_t>((raw ^ sign) - sign);
+      const int64_t value = bits == 64
+                                ? static_cast<int64_t>(raw)
+                                : static_cast<int64_t>((raw ^ sign) - sign);
       return formatString("%" PRId64, value);
     }
     case FieldShow::kHex:
@@ -231,13 +231,14 @@ Difference difference(const RecordFields& record, const unsigned char* found,
       result.values += field.name;
       if (field.count > 1) result.values += formatString("[%zu]", e);
       if (field.show != FieldShow::kBytes) {
-        result.values += " " + valueText(field, found + at) + " (" +
-                         otherName + " " + valueText(field, other + at) + ")";
+        result.values += " " + valueText(field, found + at) + " (" + otherName +
+                         " " + valueText(field, other + at) + ")";
       }
     }
   }
   if (differing > kShownDifferences) {
-    result.values += formatString(" and %d more", differing - kShownDifferences);
+    result.values +=
+        formatString(" and %d more", differing - kShownDifferences);
   }
   return result;
 }

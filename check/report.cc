@@ -96,8 +96,8 @@ std::string Place::command() const {
     case kAuxHead:
       return formatString("maintain %sIndexAuxHead %u", file->prefix, first);
     case kAuxContext:
-      return formatString("maintain %sIndexFileAux %u %u", file->prefix,
-                          first, second);
+      return formatString("maintain %sIndexFileAux %u %u", file->prefix, first,
+                          second);
   }
   return "";
 }
@@ -112,10 +112,9 @@ void Place::addTo(JsonObject* object) const {
   if (record == kAuxContext) object->add("context", uint64_t{second});
 }
 
-Report::Report(bool json, const char* activity, uint64_t total)
+Report::Report(bool json, const char* activity)
     : json_(json),
       activity_(activity),
-      total_(total),
       progress_(true, kProgressDelaySeconds) {}
 
 void Report::emit(const std::string& text, const JsonObject& object) {
@@ -162,8 +161,8 @@ void Report::line(const Place& where, const std::string& field,
 void Report::progress(uint64_t bytesRead) {
   if (!progress_.due() || total_ == 0) return;
   progress_.draw(formatString(
-      "%s: %" PRIu64 " of %" PRIu64 " MiB (%.0f%%)", activity_,
-      bytesRead >> 20, total_ >> 20,
+      "%s: %" PRIu64 " of %" PRIu64 " MiB (%.0f%%)", activity_, bytesRead >> 20,
+      total_ >> 20,
       100.0 * static_cast<double>(bytesRead) / static_cast<double>(total_)));
 }
 

@@ -49,8 +49,8 @@ struct Place {
   };
   Record record;
   const IndexFileDef* file;  // null for the device and the storage head
-  uint32_t first;   // fileNum or auxNum
-  uint32_t second;  // segmentNum or ctxNum
+  uint32_t first;            // fileNum or auxNum
+  uint32_t second;           // segmentNum or ctxNum
 
   // "backup recordIndexFile file 3 segment 2"
   std::string text() const;
@@ -62,8 +62,8 @@ struct Place {
 
 class Report {
  public:
-  // `total`: bytes the command will read, for the progress line.
-  Report(bool json, const char* activity, uint64_t total);
+  // `activity` names the work on the progress line.
+  Report(bool json, const char* activity);
 
   bool json() const { return json_; }
   // One report line: `text`, or `object` as JSON.
@@ -79,9 +79,10 @@ class Report {
   void difference(const Place& where, const std::string& fields,
                   const std::string& what);
   uint64_t problems() const { return problems_; }
-  // Redraws the progress line now and then on a terminal.
-  void progress(uint64_t bytesRead);
+  // Redraws the progress line now and then on a terminal, once the bytes
+  // the work will read in all are known.
   void setTotal(uint64_t total) { total_ = total; }
+  void progress(uint64_t bytesRead);
 
  private:
   void line(const Place& where, const std::string& field,
@@ -89,7 +90,7 @@ class Report {
 
   bool json_;
   const char* activity_;
-  uint64_t total_;
+  uint64_t total_ = 0;
   uint64_t problems_ = 0;
   ProgressLine progress_;
 };
