@@ -84,7 +84,8 @@ demo: programs
 bench:
 	cmake -S . -B $(BUILD)/release -DCMAKE_BUILD_TYPE=Release \
 	  -DTRELLIS_TESTS=OFF -DTRELLIS_BENCH=ON
-	cmake --build $(BUILD)/release -j$(JOBS) --target trellis-maintain trellis-bench
+	cmake --build $(BUILD)/release -j$(JOBS) --target trellis-maintain trellis-mkcard \
+	  trellis-bench
 	@tools/bench.sh $(BUILD)
 
 clean:

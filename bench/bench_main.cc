@@ -1,9 +1,12 @@
 // Measures the console on data of its own under an output directory: the
 // copy of a 1 GiB record segment against dd on the same byte range, peak
 // memory of large and small copies, command throughput through a pipe,
-// start-up time and binary size. Prints one table.
+// start-up time, the whole-card check of a fully populated 64 GiB card
+// against cat of the same bytes and of a fresh 2 TiB card, and binary size.
+// Prints one table.
 //
-//   trellis-bench --console PATH --out DIR [--arm-console PATH] [--runs N]
+//   trellis-bench --console PATH --mkcard PATH --out DIR
+//                 [--arm-console PATH] [--runs N]
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -18,6 +21,7 @@
 #include <vector>
 
 #include "bench/bench_card.h"
+#include "bench/bench_check_card.h"
 #include "bench/bench_process.h"
 
 namespace tr {
@@ -26,6 +30,7 @@ namespace {
 
 struct Options {
   std::string console;
+  std::string mkcard;
   std::string armConsole;
   std::string out;
   int runs = 5;
@@ -36,6 +41,8 @@ bool parseOptions(int argc, char** argv, Options* options) {
     const std::string flag = argv[i];
     if (flag == "--console") {
       options->console = argv[i + 1];
+    } else if (flag == "--mkcard") {
+      options->mkcard = argv[i + 1];
     } else if (flag == "--arm-console") {
       options->armConsole = argv[i + 1];
     } else if (flag == "--out") {
@@ -46,7 +53,8 @@ bool parseOptions(int argc, char** argv, Options* options) {
       return false;
     }
   }
-  return !options->console.empty() && !options->out.empty();
+  return !options->console.empty() && !options->mkcard.empty() &&
+         !options->out.empty();
 }
 
 double median(std::vector<double> values) {
@@ -68,11 +76,65 @@ std::string fmt(double value, int decimals, const char* unit) {
   return text;
 }
 
+struct CheckFigures {
+  double check = 0;      // median seconds, 64 GiB card
+  double cat = 0;        // median seconds, cat of the same bytes
+  long checkRssKiB = 0;  // the largest of the runs
+  uint64_t bytes = 0;    // read by each
+  double fresh2T = -1;   // median seconds, fresh 2 TiB card; -1: skipped
+};
+
+// --check of the populated 64 GiB card and cat of the bytes it reads,
+// alternating after one run of each that warms the page cache; then --check
+// of a fresh 2 TiB card made by the card builder, when the file system holds
+// one.
+bool measureCheck(const Options& options, CheckFigures* figures) {
+  const CheckCard card = prepareCheckCard(options.out);
+  figures->bytes = card.rangeBytes;
+  const std::vector<std::string> check = {
+      options.console, "--check", "-d",
+      card.image,      "-m",      options.out + "/no-media"};
+  const std::vector<std::string> cat = {"cat", card.ranges};
+  std::vector<double> checkSeconds;
+  std::vector<double> catSeconds;
+  for (int i = -1; i < options.runs; ++i) {
+    const Outcome c = runTimed(check, "", {});
+    const Outcome d = runTimed(cat, "", {});
+    if (!c.ok || !d.ok) {
+      std::fprintf(stderr, "check run %d failed or found problems\n", i);
+      return false;
+    }
+    if (i < 0) continue;
+    checkSeconds.push_back(c.seconds);
+    catSeconds.push_back(d.seconds);
+    figures->checkRssKiB = std::max(figures->checkRssKiB, c.maxRssKiB);
+  }
+  figures->check = median(checkSeconds);
+  figures->cat = median(catSeconds);
+
+  const std::string large = options.out + "/fresh-2t.img";
+  if (!runTimed({options.mkcard, "--size", "2T", "--force", large}, "", {})
+           .ok) {
+    return true;
+  }
+  std::vector<double> freshSeconds;
+  for (int i = 0; i < options.runs; ++i) {
+    const Outcome c =
+        runTimed({options.console, "--check", "-d", large}, "", {});
+    if (!c.ok) return false;
+    freshSeconds.push_back(c.seconds);
+  }
+  unlink(large.c_str());
+  figures->fresh2T = median(freshSeconds);
+  return true;
+}
+
 }  // namespace
 
 int run(const Options& options) {
   const Card card = prepareCard(options.out);
-  const Env env = {{"TRELLIS_DEVICE", card.image}, {"TRELLIS_MEDIA_DIR", card.media}};
+  const Env env = {{"TRELLIS_DEVICE", card.image},
+                   {"TRELLIS_MEDIA_DIR", card.media}};
   warmCache(card.dataFile);
 
   // 1. recData against dd, alternating, on the same range.
@@ -81,11 +143,17 @@ int run(const Options& options) {
   long largestRss = 0;
   const std::string ddOut = card.media + "/dd.out";
   const std::vector<std::string> dd = {
-      "dd", "if=" + card.dataFile, "of=" + ddOut, "bs=4M",
-      "iflag=skip_bytes,count_bytes", "skip=" + std::to_string(card.largeOffset),
-      "count=" + std::to_string(card.largeLength), "status=none"};
+      "dd",
+      "if=" + card.dataFile,
+      "of=" + ddOut,
+      "bs=4M",
+      "iflag=skip_bytes,count_bytes",
+      "skip=" + std::to_string(card.largeOffset),
+      "count=" + std::to_string(card.largeLength),
+      "status=none"};
   for (int i = 0; i < options.runs; ++i) {
-    const Outcome c = runTimed({options.console}, "maintain recData 1 1\n", env);
+    const Outcome c =
+        runTimed({options.console}, "maintain recData 1 1\n", env);
     const Outcome d = runTimed(dd, "", {});
     if (!c.ok || !d.ok || !sameFile(card.media + "/00001_0001.mp4", ddOut)) {
       std::fprintf(stderr, "extraction run %d failed or differs from dd\n", i);
@@ -101,7 +169,8 @@ int run(const Options& options) {
   // 2. Memory of a small copy, to compare with the large one.
   long smallRss = 0;
   for (int i = 0; i < options.runs; ++i) {
-    const Outcome c = runTimed({options.console}, "maintain recData 1 2\n", env);
+    const Outcome c =
+        runTimed({options.console}, "maintain recData 1 2\n", env);
     if (!c.ok) return 1;
     smallRss = std::max(smallRss, c.maxRssKiB);
   }
@@ -111,8 +180,8 @@ int run(const Options& options) {
   std::vector<double> firstThousand;
   std::vector<double> lastThousand;
   for (int i = 0; i < options.runs; ++i) {
-    const Throughput t =
-        runThroughput(options.console, "maintain recDataFileInfo 1 1\n", 10000, env);
+    const Throughput t = runThroughput(
+        options.console, "maintain recDataFileInfo 1 1\n", 10000, env);
     if (!t.ok) return 1;
     rates.push_back(10000.0 / t.seconds);
     firstThousand.push_back(t.firstThousand);
@@ -127,14 +196,22 @@ int run(const Options& options) {
     trueSeconds.push_back(runTimed({"true"}, "", {}).seconds);
   }
 
-  std::printf("| %-44s | %-30s | %-16s |\n", "measure", "figure (median)", "target");
+  // 5. The whole-card check.
+  CheckFigures check;
+  if (!measureCheck(options, &check)) return 1;
+
+  std::printf("| %-44s | %-30s | %-16s |\n", "measure", "figure (median)",
+              "target");
   std::printf("|%s|%s|%s|\n", std::string(46, '-').c_str(),
               std::string(32, '-').c_str(), std::string(18, '-').c_str());
   row("recData 1 GiB: console", fmt(consoleRate, 0, " MiB/s"), "");
   row("recData 1 GiB: dd bs=4M, same range", fmt(ddRate, 0, " MiB/s"), "");
-  row("recData 1 GiB: console / dd", fmt(consoleRate / ddRate, 2, ""), ">= 1.00");
-  row("peak RSS, recData 1 GiB", fmt(largestRss / 1024.0, 2, " MiB"), "<= 8 MiB");
-  row("peak RSS, recData 64 MiB", fmt(smallRss / 1024.0, 2, " MiB"), "<= 8 MiB");
+  row("recData 1 GiB: console / dd", fmt(consoleRate / ddRate, 2, ""),
+      ">= 1.00");
+  row("peak RSS, recData 1 GiB", fmt(largestRss / 1024.0, 2, " MiB"),
+      "<= 8 MiB");
+  row("peak RSS, recData 64 MiB", fmt(smallRss / 1024.0, 2, " MiB"),
+      "<= 8 MiB");
   row("recDataFileInfo 1 1 x 10000 through a pipe",
       fmt(median(rates), 0, " commands/s"), ">= 20000/s");
   row("  first 1000 commands", fmt(1000 * median(firstThousand), 1, " ms"), "");
@@ -142,12 +219,23 @@ int run(const Options& options) {
       "no slowdown");
   row("start-up and exit", fmt(1000 * median(startSeconds), 2, " ms"), "");
   row("`true`", fmt(1000 * median(trueSeconds), 2, " ms"), "");
-  row("stripped size, host", fmt(strippedSize(options.console) / 1024.0, 1, " KiB"),
+  row("--check, populated 64 GiB card",
+      fmt(check.check, 3, " s, ") + fmt(mib(check.bytes), 0, " MiB read"), "");
+  row("cat of the same bytes", fmt(check.cat, 3, " s"), "");
+  row("--check / cat", fmt(check.check / check.cat, 2, ""), "<= 2.00");
+  row("peak RSS, --check 64 GiB", fmt(check.checkRssKiB / 1024.0, 2, " MiB"),
+      "< 8 MiB");
+  row("--check, fresh 2 TiB card",
+      check.fresh2T < 0 ? std::string("skipped: no 2 TiB sparse file")
+                        : fmt(1000 * check.fresh2T, 1, " ms"),
       "");
+  row("stripped size, host",
+      fmt(strippedSize(options.console) / 1024.0, 1, " KiB"), "");
   if (!options.armConsole.empty()) {
     row("stripped size, armhf",
         fmt(strippedSize(options.armConsole, "arm-linux-gnueabihf-strip") /
-                            1024.0, 1, " KiB"),
+                1024.0,
+            1, " KiB"),
         "<= 256 KiB");
   }
   return 0;
@@ -160,7 +248,7 @@ int main(int argc, char** argv) {
   tr::bench::Options options;
   if (!tr::bench::parseOptions(argc, argv, &options)) {
     std::fprintf(stderr,
-                 "usage: trellis-bench --console PATH --out DIR "
+                 "usage: trellis-bench --console PATH --mkcard PATH --out DIR "
                  "[--arm-console PATH] [--runs N]\n");
     return 2;
   }

@@ -12,4 +12,4 @@ if command -v arm-linux-gnueabihf-g++ >/dev/null 2>&1; then
   arm=(--arm-console "$build/release-arm/trellis-maintain")
 fi
 exec "$build/release/bench/trellis-bench" --console "$build/release/trellis-maintain" \
-  --out "$build/bench" --runs 7 "${arm[@]}"
+  --mkcard "$build/release/trellis-mkcard" --out "$build/bench" --runs 7 "${arm[@]}"
