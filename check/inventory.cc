@@ -228,7 +228,7 @@ int listIndexFile(CardSession* card, const IndexFileDef& file,
     return 1;
   }
   std::string text = formatString(
-      "%s: %s in use (%" PRIu64 " full), %" PRIu64
+      "%s: %s in use, %" PRIu64 " full, %" PRIu64
       " invalid; %s in use (%" PRIu64 " incomplete), ",
       file.name, counted(totals.dataFilesInUse, "data file").c_str(),
       totals.full, totals.invalid, counted(totals.segments, "segment").c_str(),
