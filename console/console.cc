@@ -12,6 +12,7 @@
 #include "base/output.h"
 #include "base/platform.h"
 #include "base/version.h"
+#include "check/check.h"
 #include "console/options.h"
 #include "maintain/commands.h"
 #include "maintain/startup.h"
@@ -137,8 +138,7 @@ class LineSource {
   // 0, or -1 after a message when the script could not be read to its end.
   int finish() const {
     if (readError_ == 0) return 0;
-    err("trellis-maintain: %s: %s\n", name_.c_str(),
-        std::strerror(readError_));
+    err("trellis-maintain: %s: %s\n", name_.c_str(), std::strerror(readError_));
     return -1;
   }
 
@@ -289,6 +289,10 @@ int consoleMain(int argc, char** argv) {
     case Mode::kPrintVersion:
       out("trellis-maintain %s\n", kVersion);
       return kExitOk;
+    case Mode::kList:
+      return runInventory(CheckSettings{options.json});
+    case Mode::kCheck:
+      return runCheck(CheckSettings{options.json});
     case Mode::kConsole:
       break;
   }

@@ -23,6 +23,14 @@ struct OptionRow {
 
 int usageError(const std::string& message);
 
+int setWholeCardMode(Options* options, Mode mode) {
+  if (options->mode != Mode::kConsole && options->mode != mode) {
+    return usageError("--list and --check cannot be used together");
+  }
+  options->mode = mode;
+  return 0;
+}
+
 const OptionRow kOptionRows[] = {
     {'d', "device", "PATH",
      "the raw device or a card image (default:\n"
@@ -75,8 +83,21 @@ const OptionRow kOptionRows[] = {
            return 0;
          }
        }
-       return usageError(formatString(
-           "--color wants always, never or auto, not '%s'", v));
+       return usageError(
+           formatString("--color wants always, never or auto, not '%s'", v));
+     }},
+    {0, "list", nullptr,
+     "print what the card holds: one line per data\n"
+     "file and per segment in use, then exit",
+     [](Options* o, const char*) { return setWholeCardMode(o, Mode::kList); }},
+    {0, "check", nullptr,
+     "check the whole card: one line per problem\n"
+     "and a summary, then exit",
+     [](Options* o, const char*) { return setWholeCardMode(o, Mode::kCheck); }},
+    {0, "json", nullptr, "with --list or --check: JSON Lines",
+     [](Options* o, const char*) {
+       o->json = true;
+       return 0;
      }},
     {'h', "help", nullptr, "print this text and exit",
      [](Options* o, const char*) {
@@ -119,9 +140,9 @@ std::string usageText() {
       "Options:\n";
   for (const OptionRow& row : kOptionRows) {
     std::string names =
-        row.shortName != 0 ? formatString("  -%c, --%s", row.shortName,
-                                          row.longName)
-                           : formatString("      --%s", row.longName);
+        row.shortName != 0
+            ? formatString("  -%c, --%s", row.shortName, row.longName)
+            : formatString("      --%s", row.longName);
     if (row.value != nullptr) {
       names += (row.shortName != 0 ? " " : "=") + std::string(row.value);
     }
@@ -142,11 +163,14 @@ std::string usageText() {
       "With -c or -f every line runs, also after a failed one, and the exit\n"
       "status is 0 when every command succeeded, 1 when any failed or named\n"
       "no command, 2 for a bad command line or a device that cannot be\n"
-      "measured (then no command runs). Otherwise it is 0, or 2 for a bad\n"
-      "command line.\n"
+      "measured (then no command runs). With --list or --check it is 0 when\n"
+      "all was listed or no problem found, 1 when a part could not be listed\n"
+      "or problems were found, 2 when the card could not be read. Otherwise\n"
+      "it is 0, or 2 for a bad command line.\n"
       "\n"
       "Example:\n"
-      "  trellis-maintain -d card.img -m media -q -c 'maintain TrellisHead'\n";
+      "  trellis-maintain -d card.img -m media -q -c 'maintain TrellisHead'\n"
+      "  trellis-maintain -d card.img -m media --check\n";
   return text;
 }
 
@@ -156,8 +180,8 @@ int usageError(const std::string& message) {
 }
 
 int missingValue(const OptionRow& row) {
-  return usageError(formatString("option --%s needs a value (%s)",
-                                 row.longName, row.value));
+  return usageError(
+      formatString("option --%s needs a value (%s)", row.longName, row.value));
 }
 
 // The message for what getopt_long refused: `code` is its answer ('?' or
@@ -166,7 +190,8 @@ int refused(int code, const char* word) {
   const OptionRow* row = rowOfCode(optopt);
   if (code == ':') return missingValue(*row);
   if (row != nullptr) {
-    return usageError(formatString("option --%s takes no value", row->longName));
+    return usageError(
+        formatString("option --%s takes no value", row->longName));
   }
   if (optopt != 0) {
     return usageError(formatString("unknown option '-%c'", optopt));
@@ -191,8 +216,8 @@ int parseOptions(int argc, char** argv, Options* options) {
   opterr = 0;
   optind = 0;  // start afresh, whatever an earlier parse left
   for (;;) {
-    const int code = getopt_long(argc, argv, shortNames.c_str(), longNames,
-                                 nullptr);
+    const int code =
+        getopt_long(argc, argv, shortNames.c_str(), longNames, nullptr);
     if (code == -1) break;
     if (code == '?' || code == ':') return refused(code, argv[optind - 1]);
     const OptionRow& row = *rowOfCode(code);
@@ -205,6 +230,14 @@ int parseOptions(int argc, char** argv, Options* options) {
   }
   if (!options->commands.empty() && !options->script.empty()) {
     return usageError("-c and -f cannot be used together");
+  }
+  const bool wholeCard =
+      options->mode == Mode::kList || options->mode == Mode::kCheck;
+  if (wholeCard && options->scripted()) {
+    return usageError("--list and --check run no console lines (-c, -f)");
+  }
+  if (options->json && !wholeCard) {
+    return usageError("--json goes with --list or --check");
   }
   return 0;
 }

@@ -14,7 +14,7 @@ namespace tr {
 // What the process does. kConsole runs the console loop; any other mode is
 // a case of its own in consoleMain(), which sets the card and the colours
 // for every mode first.
-enum class Mode { kConsole, kPrintUsage, kPrintVersion };
+enum class Mode { kConsole, kPrintUsage, kPrintVersion, kList, kCheck };
 
 enum class ColourWhen { kAlways, kNever, kAuto };
 
@@ -26,6 +26,7 @@ struct Options {
   std::string script;                 // -f; "-" is standard input
   bool quiet = false;
   ColourWhen colour = ColourWhen::kAlways;
+  bool json = false;  // --list and --check print JSON Lines
 
   // Command lines come from -c or -f, and the exit status tells how they
   // went.

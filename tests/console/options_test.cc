@@ -49,6 +49,9 @@ const std::pair<const char*, const char*> kParseCases[] = {
     {"--|-q", "unexpected argument '-q'"},
     {"-c|exit|-f|script", "-c and -f cannot be used together"},
     {"-f|a|-f|b", "-f is given once only"},
+    {"--json", "--json goes with --list or --check"},
+    {"--list|--check", "--list and --check cannot be used together"},
+    {"--check|-c|x", "--list and --check run no console lines (-c, -f)"},
 };
 
 TEST(OptionsTest, ParsesOrRefusesWithOneLineAndTheUsage) {
