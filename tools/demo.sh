@@ -27,11 +27,17 @@ Commands worth trying at the prompt ('maintain' alone lists all 38):
   maintain recDataFileHead 1          a full data file, read-only (yellow)
   maintain recDataFileInfo 2 3        an incomplete segment
   maintain recDataFileInfo 2 4        a segment not in use
+  maintain recDataFileInfo 3 2        a dataOffset with a flipped bit...
+  maintain recBackUpDataFileInfo 3 2  ...and the right one in the backup
   maintain recIFrameInfo 1 1          the I-frame table of a segment
   maintain recIndexFileAux 1 1        an auxiliary context and its positions
   maintain picDataFileInfo 1 2        three alarm pictures
   maintain onePic 1 2 1               saves $demo/media/00001_0002_01.jpg
   exit
+
+The whole card at once, after the console (or instead of it):
+  $build/trellis-maintain -d $demo/card.img -m $demo/media --check
+  $build/trellis-maintain -d $demo/card.img -m $demo/media --list
 
 EOF
 exec "$build/trellis-maintain" -d "$demo/card.img" -m "$demo/media"
