@@ -267,9 +267,7 @@ int CardCheck::run() {
 void printSummary(const CardCheck& check, Report* report) {
   const uint64_t problems = report->problems();
   const std::string found =
-      problems == 0 ? "no problem"
-                    : formatString("%" PRIu64 " problem%s", problems,
-                                   problems == 1 ? "" : "s");
+      problems == 0 ? "no problem" : counted(problems, "problem");
   const DataFileSizes& sizes = check.sizes();
   JsonObject object;
   object.add("type", "summary")
@@ -277,13 +275,13 @@ void printSummary(const CardCheck& check, Report* report) {
       .add("records", check.records())
       .add("dataFilesFound", uint64_t{sizes.found()})
       .add("dataFilesMissing", uint64_t{sizes.missing()});
-  report->emit(
-      formatString("summary: %s; %" PRIu64 " records read; extents checked "
-                   "against %u data files of the media directory, %u not "
-                   "found there",
-                   found.c_str(), check.records(), sizes.found(),
-                   sizes.missing()),
-      object);
+  report->emit(formatString("summary: %s; %" PRIu64 " records read; extents "
+                            "checked against %s of the media directory, %u "
+                            "not found there",
+                            found.c_str(), check.records(),
+                            counted(sizes.found(), "data file").c_str(),
+                            sizes.missing()),
+               object);
 }
 
 }  // namespace

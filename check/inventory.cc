@@ -28,11 +28,6 @@ struct Totals {
   uint64_t bytes = 0;
 };
 
-// "1 segment", "4 segments".
-std::string counted(uint64_t count, const char* noun) {
-  return formatString("%" PRIu64 " %s%s", count, noun, count == 1 ? "" : "s");
-}
-
 std::string jsonWords(const std::vector<const char*>& words) {
   std::string json = "[";
   for (const char* word : words) {

@@ -188,6 +188,10 @@ std::string utcText(int64_t seconds) {
   return text;
 }
 
+std::string counted(uint64_t count, const char* noun) {
+  return formatString("%" PRIu64 " %s%s", count, noun, count == 1 ? "" : "s");
+}
+
 std::string hexText(uint64_t value) {
   return formatString("0x%" PRIx64, value);
 }

@@ -102,6 +102,8 @@ std::string cardText(const char* bytes, size_t size);
 // A stored UTC time as "YYYY-MM-DD HH:MM:SS", as the printers show it.
 std::string utcText(int64_t seconds);
 std::string hexText(uint64_t value);
+// "1 segment", "4 segments".
+std::string counted(uint64_t count, const char* noun);
 
 }  // namespace tr
 
