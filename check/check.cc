@@ -68,7 +68,11 @@ bool CardCheck::take(Side* primary, Side* backup, size_t size,
   *b =
       backup == nullptr || *p == nullptr ? nullptr : backup->reader->take(size);
   if (*p == nullptr || (backup != nullptr && *b == nullptr)) {
-    card_->lost();
+    // A failed read closed the device.
+    if (primary->reader->failed() ||
+        (backup != nullptr && backup->reader->failed())) {
+      card_->lost();
+    }
     return false;
   }
   records_ += backup == nullptr ? 1 : 2;
