@@ -60,6 +60,12 @@ struct SysCalls {
 extern SysCalls sys;
 extern const SysCalls kSystemCalls;
 
+// Opens /dev/null on each of descriptors 0, 1 and 2 that is closed, so that
+// no device, data file or output file the console opens later can take one
+// of their numbers and receive what is printed. Called first thing in
+// main(). 0, or -1 when /dev/null cannot be had (nothing is safe to run).
+int guardStandardDescriptors();
+
 }  // namespace tr
 
 #endif  // TRELLIS_BASE_PLATFORM_H_

@@ -275,6 +275,9 @@ int invoke_rpc(const char* command, int32_t, int32_t) {
 }
 
 int consoleMain(int argc, char** argv) {
+  // Before anything is opened: a closed standard descriptor would hand its
+  // number to the device, and the console's messages would land on the card.
+  if (guardStandardDescriptors() == -1) return kExitFailed;
   Options options;
   if (parseOptions(argc, argv, &options) == -1) return kExitUsage;
   // Every mode works on the same card, in the same colours.

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "base/output.h"
+#include "base/platform.h"
 #include "base/version.h"
 #include "format/index_layout.h"
 #include "mkcard/card_content.h"
@@ -102,4 +103,9 @@ int run(int argc, char** argv) {
 }  // namespace
 }  // namespace tr
 
-int main(int argc, char** argv) { return tr::run(argc, argv); }
+int main(int argc, char** argv) {
+  // Before anything is opened: the card's descriptor must never be one that
+  // the builder's messages are printed to.
+  if (tr::guardStandardDescriptors() == -1) return tr::kRefused;
+  return tr::run(argc, argv);
+}
