@@ -66,7 +66,8 @@ union RecordBuffer {
 };
 
 // What one command's steps get: the selected index file's offset and kind,
-// the numbers after the word (atoi, in order) and the record buffer.
+// the numbers after the word (commandNumber(), in order) and the record
+// buffer.
 struct CommandCall {
   uint64_t base;
   uint32_t kind;
@@ -91,6 +92,13 @@ struct CommandRow {
 
 constexpr size_t kCommandCount = 38;
 extern const CommandRow kCommands[kCommandCount];
+
+// A command's number as the recorder's 32-bit atoi() reads it: leading
+// blanks, an optional sign, the digits up to the first other character (a
+// word without digits is 0), values beyond the int range held at INT_MIN
+// or INT_MAX. A workstation, whose atoi() would keep only the low 32 bits
+// of a long, answers exactly as the recorder does.
+int32_t commandNumber(const char* word);
 
 // Words a command takes after `maintain`, its own word included.
 int wordCount(ArgList args);

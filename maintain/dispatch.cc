@@ -1,3 +1,4 @@
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 
@@ -18,6 +19,13 @@ const CommandRow* findCommand(const char* word, int count) {
 }
 
 }  // namespace
+
+int32_t commandNumber(const char* word) {
+  const long long value = std::strtoll(word, nullptr, 10);
+  if (value > INT_MAX) return INT_MAX;
+  if (value < INT_MIN) return INT_MIN;
+  return static_cast<int32_t>(value);
+}
 
 int wordCount(ArgList args) { return 1 + argumentsOf(args).count; }
 
@@ -61,7 +69,7 @@ int tr_maintain(int count, char** words) {
                       selectorKind(row->selector),
                       {0, 0, 0},
                       &record};
-  for (int i = 1; i < count; ++i) call.arg[i - 1] = std::atoi(words[i]);
+  for (int i = 1; i < count; ++i) call.arg[i - 1] = commandNumber(words[i]);
   if (row->reader != nullptr) {
     std::memset(record.bytes, 0, row->recordSize);
     if (row->reader(call) == -1) return -1;
