@@ -1,6 +1,7 @@
 #include "base/device.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -53,12 +54,51 @@ bool seekTo(int fd, uint64_t offset) {
   return sys.lseek(fd, static_cast<int64_t>(offset)) != -1;
 }
 
+// A FIFO under the device's name would block every read; anything else
+// (a block device, a card image, a character device) is used as found.
+// A writer takes the device for itself: two consoles changing one header
+// would each write back what it read and undo the other's change.
+int checkOpenedDevice(int fd, DeviceMode mode) {
+  struct stat st;
+  const bool examined = sys.fstat(fd, &st) == 0;
+  if (examined && S_ISFIFO(st.st_mode)) {
+    printDiagnosticTitle(kRed, "OPEN FAILED");
+    printDevice();
+    err("  Error: it is a FIFO\n\n");
+    return -1;
+  }
+  // A character device's reads wait for data as they always have; a disk
+  // or a card image takes no notice of O_NONBLOCK.
+  if (!examined || S_ISCHR(st.st_mode)) sys.makeBlocking(fd);
+  if (mode == DeviceMode::kReadWrite &&
+      sys.flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    const int error = errno;
+    if (error == EWOULDBLOCK) {
+      err("[ERROR] %s is busy: another console or card builder is changing "
+          "it; nothing was written\n",
+          deviceName.c_str());
+    } else {
+      err("[ERROR] %s cannot be locked for writing (%s); nothing was "
+          "written\n",
+          deviceName.c_str(), strerror(error));
+    }
+    return -1;
+  }
+  return 0;
+}
+
 }  // namespace
 
 int _tr_maintainOpenDevice(DeviceMode mode) {
   const int flags = mode == DeviceMode::kReadWrite ? O_RDWR : O_RDONLY;
-  const int fd = sys.open(deviceName.c_str(), flags);
-  if (fd > 0) return fd;
+  // Not blocking on the open either: a FIFO without a writer would hang it.
+  const int fd =
+      sys.open(deviceName.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  if (fd > 0) {
+    if (checkOpenedDevice(fd, mode) == 0) return fd;
+    sys.close(fd);
+    return -1;
+  }
   const int error = errno;
   // Descriptor 0 only comes back when standard input was closed; it is not
   // used, but it is not kept either.

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -26,6 +27,12 @@ int64_t sysLseek(int fd, int64_t offset) {
 
 int sysBlockDeviceSize(int fd, uint64_t* bytes) {
   return ::ioctl(fd, BLKGETSIZE64, bytes);
+}
+
+int sysMakeBlocking(int fd) {
+  const int flags = ::fcntl(fd, F_GETFL);
+  if (flags == -1) return -1;
+  return ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
 }
 
 int sysFseek(FILE* stream, uint64_t offset) {
@@ -55,9 +62,11 @@ const char* envOrEmpty(const char* name) {
 }  // namespace
 
 const SysCalls kSystemCalls = {
-    sysOpen,  sysLseek,   ::read,       ::write,      ::close,
-    ::fstat,  sysBlockDeviceSize,       ::fopen64,    sysFseek,
-    ::fread,  ::fwrite,   ::fclose,     sysMalloc,    std::free,
+    sysOpen,     sysLseek,    ::read,          ::write,
+    ::close,     ::fstat,     sysBlockDeviceSize,
+    ::flock,     sysMakeBlocking,              ::fopen64,
+    sysFseek,    ::fread,     ::fwrite,        ::fclose,
+    sysMalloc,   std::free,
 };
 
 SysCalls sys = kSystemCalls;
@@ -108,5 +117,15 @@ int guardStandardDescriptors() {
   }
   return 0;
 }
+
+SignalsHeld::SignalsHeld() {
+  sigset_t held;
+  sigemptyset(&held);
+  sigaddset(&held, SIGINT);
+  sigaddset(&held, SIGTERM);
+  sigprocmask(SIG_BLOCK, &held, &saved_);
+}
+
+SignalsHeld::~SignalsHeld() { sigprocmask(SIG_SETMASK, &saved_, nullptr); }
 
 }  // namespace tr

@@ -7,6 +7,7 @@
 #ifndef TRELLIS_BASE_PLATFORM_H_
 #define TRELLIS_BASE_PLATFORM_H_
 
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
@@ -41,13 +42,15 @@ std::string formatString(const char* fmt, ...)
 // The system calls used on the device and on data files. Defaults call the
 // system; tests swap single entries (see SysFaults in tests/support).
 struct SysCalls {
-  int (*open)(const char* path, int flags);
+  int (*open)(const char* path, int flags);  // the device
   int64_t (*lseek)(int fd, int64_t offset);  // from the start, 64-bit
   ssize_t (*read)(int fd, void* buf, size_t count);
   ssize_t (*write)(int fd, const void* buf, size_t count);
   int (*close)(int fd);
   int (*fstat)(int fd, struct stat* st);
   int (*blockDeviceSize)(int fd, uint64_t* bytes);  // BLKGETSIZE64
+  int (*flock)(int fd, int operation);
+  int (*makeBlocking)(int fd);  // clears O_NONBLOCK
   FILE* (*fopen)(const char* path, const char* mode);
   int (*fseek)(FILE* stream, uint64_t offset);  // from the start, 64-bit
   size_t (*fread)(void* buf, size_t size, size_t count, FILE* stream);
@@ -65,6 +68,20 @@ extern const SysCalls kSystemCalls;
 // of their numbers and receive what is printed. Called first thing in
 // main(). 0, or -1 when /dev/null cannot be had (nothing is safe to run).
 int guardStandardDescriptors();
+
+// Holds SIGINT and SIGTERM back while alive, so a writing command's
+// read-modify-write is done whole or not begun. A signal that arrives
+// meanwhile takes effect, as it would have, once the holder is gone.
+class SignalsHeld {
+ public:
+  SignalsHeld();
+  ~SignalsHeld();
+  SignalsHeld(const SignalsHeld&) = delete;
+  SignalsHeld& operator=(const SignalsHeld&) = delete;
+
+ private:
+  sigset_t saved_;
+};
 
 }  // namespace tr
 

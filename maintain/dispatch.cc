@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/platform.h"
 #include "format/device_layout.h"
 #include "format/index_layout.h"
 #include "maintain/commands.h"
@@ -73,7 +74,10 @@ int tr_maintain(int count, char** words) {
   if (row->reader != nullptr) {
     std::memset(record.bytes, 0, row->recordSize);
     if (row->reader(call) == -1) return -1;
+    return row->action(call) == -1 ? -1 : 0;
   }
+  // A writer's read-modify-write is never cut in half by Ctrl-C.
+  const SignalsHeld held;
   return row->action(call) == -1 ? -1 : 0;
 }
 

@@ -21,7 +21,9 @@ uint64_t _tr_maintainGetDeviceCapacity(const char* path) {
     capacityFailure("deviceName is NULL");
     return 0;
   }
-  const int fd = sys.open(path, O_RDONLY);
+  // Measuring never waits: a FIFO under the name has no size and fails
+  // here like any other device that cannot be measured.
+  const int fd = sys.open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
   if (fd < 0) {
     capacityFailure("open failed");
     return 0;

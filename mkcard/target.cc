@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -79,6 +80,18 @@ int inspectExisting(const MkcardOptions& options, const struct stat& st,
   return 0;
 }
 
+// The console's writing commands take the same lock: a card is never laid
+// out under a console that is changing one of its headers, nor the other
+// way round.
+int lockTarget(int fd, const std::string& path) {
+  if (::flock(fd, LOCK_EX | LOCK_NB) == 0) return 0;
+  if (errno != EWOULDBLOCK) return failure(path, "cannot lock the card");
+  err("trellis-mkcard: %s is busy: a console or another card builder is "
+      "changing it\n",
+      path.c_str());
+  return -1;
+}
+
 }  // namespace
 
 int inspectTarget(const MkcardOptions& options, TargetInfo* info) {
@@ -123,16 +136,19 @@ int CardTarget::open(const TargetInfo& info) {
     }
     if (fd_ < 0)
       return failure(path_, "cannot open the block device for writing");
-    return 0;
+    return lockTarget(fd_, path_);
   }
   if (info.exists) {
-    fd_ = ::open(path_.c_str(), O_RDWR | O_TRUNC | O_CLOEXEC);
+    // Emptied only once locked (below), so a busy image is left whole.
+    fd_ = ::open(path_.c_str(), O_RDWR | O_CLOEXEC);
   } else {
     fd_ = ::open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     created_ = fd_ >= 0;
   }
   if (fd_ < 0) return failure(path_, "cannot open the image for writing");
-  if (::ftruncate(fd_, static_cast<off_t>(info.capacity)) != 0) {
+  if (lockTarget(fd_, path_) == -1) return -1;
+  if (::ftruncate(fd_, 0) != 0 ||
+      ::ftruncate(fd_, static_cast<off_t>(info.capacity)) != 0) {
     return failure(path_, "cannot give the image its size");
   }
   zeroed_ = true;
