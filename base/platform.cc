@@ -35,6 +35,14 @@ int sysMakeBlocking(int fd) {
   return ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
 }
 
+int sysOpenFile(const char* path, int flags, mode_t mode) {
+  return ::open(path, flags, mode);
+}
+
+int sysFtruncate(int fd, int64_t length) {
+  return ::ftruncate64(fd, static_cast<off64_t>(length));
+}
+
 int sysFseek(FILE* stream, uint64_t offset) {
   // fseeko takes a signed 64-bit position; one past its range cannot be
   // reached and fails like any other bad position.
@@ -64,9 +72,10 @@ const char* envOrEmpty(const char* name) {
 const SysCalls kSystemCalls = {
     sysOpen,     sysLseek,    ::read,          ::write,
     ::close,     ::fstat,     sysBlockDeviceSize,
-    ::flock,     sysMakeBlocking,              ::fopen64,
-    sysFseek,    ::fread,     ::fwrite,        ::fclose,
-    sysMalloc,   std::free,
+    ::flock,     sysMakeBlocking,              sysOpenFile,
+    ::fdopen,    sysFtruncate, ::unlink,       sysFseek,
+    ::fread,     ::fwrite,    ::fclose,        sysMalloc,
+    std::free,
 };
 
 SysCalls sys = kSystemCalls;
@@ -116,6 +125,15 @@ int guardStandardDescriptors() {
     }
   }
   return 0;
+}
+
+const char* fileKindText(mode_t mode) {
+  if (S_ISLNK(mode)) return "a symbolic link";
+  if (S_ISFIFO(mode)) return "a FIFO";
+  if (S_ISDIR(mode)) return "a directory";
+  if (S_ISCHR(mode) || S_ISBLK(mode)) return "a device";
+  if (S_ISSOCK(mode)) return "a socket";
+  return "not a regular file";
 }
 
 SignalsHeld::SignalsHeld() {

@@ -51,7 +51,11 @@ struct SysCalls {
   int (*blockDeviceSize)(int fd, uint64_t* bytes);  // BLKGETSIZE64
   int (*flock)(int fd, int operation);
   int (*makeBlocking)(int fd);  // clears O_NONBLOCK
-  FILE* (*fopen)(const char* path, const char* mode);
+  // Data files and the files media are copied into.
+  int (*openFile)(const char* path, int flags, mode_t mode);
+  FILE* (*fdopen)(int fd, const char* mode);  // the stream owns fd
+  int (*ftruncate)(int fd, int64_t length);
+  int (*unlink)(const char* path);
   int (*fseek)(FILE* stream, uint64_t offset);  // from the start, 64-bit
   size_t (*fread)(void* buf, size_t size, size_t count, FILE* stream);
   size_t (*fwrite)(const void* buf, size_t size, size_t count, FILE* stream);
@@ -68,6 +72,9 @@ extern const SysCalls kSystemCalls;
 // of their numbers and receive what is printed. Called first thing in
 // main(). 0, or -1 when /dev/null cannot be had (nothing is safe to run).
 int guardStandardDescriptors();
+
+// "a FIFO", "a directory", "a device", ... for what is not a regular file.
+const char* fileKindText(mode_t mode);
 
 // Holds SIGINT and SIGTERM back while alive, so a writing command's
 // read-modify-write is done whole or not begun. A signal that arrives

@@ -15,12 +15,14 @@ namespace tr {
 // where a failing close means lost data.
 class Stream {
  public:
-  // sys.fopen; check isOpen().
-  Stream(const std::string& path, const char* mode);
+  Stream() : file_(nullptr) {}
   ~Stream();
   Stream(const Stream&) = delete;
   Stream& operator=(const Stream&) = delete;
 
+  // Takes `fd` over as a stream in `mode` (sys.fdopen). Returns false, fd
+  // closed, when no stream could be made.
+  bool adopt(int fd, const char* mode);
   bool isOpen() const { return file_ != nullptr; }
   FILE* get() const { return file_; }
   // Every write goes straight to the file system, so a failing write shows
@@ -32,6 +34,11 @@ class Stream {
  private:
   FILE* file_;
 };
+
+// Opens the data file at `path` for reading into `stream`. Only a regular
+// file is read: a FIFO, device or directory under the name is refused
+// without waiting on it. Returns false after one "[ERROR]" line.
+bool openDataFile(const std::string& path, Stream* stream);
 
 // A heap block from sys.malloc, freed with sys.free. A block of 0 bytes is
 // never requested: it is valid and empty whatever the allocator would do.

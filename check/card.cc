@@ -74,9 +74,11 @@ bool DataFileSizes::size(uint32_t kind, uint32_t fileNum, uint64_t* bytes) {
     kind_ = kind;
     fileNum_ = fileNum;
     held_ = false;
-    const int fd = sys.open(mediaPath(name(kind, fileNum)).c_str(), O_RDONLY);
+    // Never waits on a FIFO under the name; only a regular file counts.
+    const int fd = sys.open(mediaPath(name(kind, fileNum)).c_str(),
+                            O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     struct stat st;
-    if (fd >= 0 && sys.fstat(fd, &st) == 0) {
+    if (fd >= 0 && sys.fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
       held_ = true;
       bytes_ = static_cast<uint64_t>(st.st_size);
     }

@@ -7,6 +7,7 @@
 #include "base/output.h"
 #include "base/platform.h"
 #include "base/stream.h"
+#include "extract/output_file.h"
 #include "format/data_files.h"
 
 namespace tr {
@@ -25,15 +26,16 @@ bool seekPicture(const Stream& source, uint64_t fragmentOffset,
   return false;
 }
 
+void reportCreateFailure(const std::string& path, int error) {
+  err("[ERROR] Failed to create %s (errno %d)\n", path.c_str(), error);
+}
+
 // Reads the picture whole, and only then creates the output, so a damaged
 // data file leaves no file behind that looks like a picture.
 int savePicture(const std::string& sourcePath, const std::string& outputPath,
                 uint64_t fragmentOffset, uint64_t before, uint32_t size) {
-  Stream source(sourcePath, "rb");
-  if (!source.isOpen()) {
-    err("[ERROR] Failed to open source file: %s\n", sourcePath.c_str());
-    return -1;
-  }
+  Stream source;
+  if (!openDataFile(sourcePath, &source)) return -1;
   if (!seekPicture(source, fragmentOffset, before)) return -1;
   HeapBuffer picture(size);
   if (!picture.valid()) {
@@ -48,13 +50,8 @@ int savePicture(const std::string& sourcePath, const std::string& outputPath,
     err("[ERROR] Read incomplete (%zu/%u bytes)\n", got, size);
     return -1;
   }
-  Stream output(outputPath, "wb");
-  if (!output.isOpen()) {
-    const int error = errno;
-    err("[ERROR] Failed to create %s (errno %d)\n", outputPath.c_str(), error);
-    return -1;
-  }
-  output.unbuffered();
+  OutputFile output(outputPath);
+  if (output.open(source, reportCreateFailure) == -1) return -1;
   const size_t written =
       size == 0 ? 0 : sys.fwrite(picture.data(), 1, size, output.get());
   if (written != size) {

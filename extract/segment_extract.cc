@@ -9,6 +9,7 @@
 #include "base/platform.h"
 #include "base/progress.h"
 #include "base/stream.h"
+#include "extract/output_file.h"
 #include "format/data_files.h"
 
 namespace tr {
@@ -89,6 +90,10 @@ uint64_t field64(const unsigned char* record, size_t at) {
   return value;
 }
 
+void reportCreateFailure(const std::string& path, int) {
+  err("[ERROR] Failed to create output file: %s\n", path.c_str());
+}
+
 // Failure paths before the copy leave the streams to their holders; after
 // it everything is released and closed explicitly, the output's close
 // checked.
@@ -105,22 +110,15 @@ int extractSegment(const SegmentKind& kind, const void* info, int fileNum,
   const std::string outputPath = mediaPath(
       formatString("%05d_%04d%s", fileNum, segmentNum, kind.outputSuffix));
 
-  Stream source(sourcePath, "rb");
-  if (!source.isOpen()) {
-    err("[ERROR] Failed to open source file: %s\n", sourcePath.c_str());
-    return -1;
-  }
+  Stream source;
+  if (!openDataFile(sourcePath, &source)) return -1;
   if (sys.fseek(source.get(), start) != 0) {
     err("[ERROR] Seek failed at offset %llu\n",
         static_cast<unsigned long long>(start));
     return -1;
   }
-  Stream output(outputPath, "wb");
-  if (!output.isOpen()) {
-    err("[ERROR] Failed to create output file: %s\n", outputPath.c_str());
-    return -1;
-  }
-  output.unbuffered();
+  OutputFile output(outputPath);
+  if (output.open(source, reportCreateFailure) == -1) return -1;
   HeapBuffer buffer(kCopyBufferSize);
   if (!buffer.valid()) {
     err("[ERROR] Memory allocation failed (%dMB request)\n",

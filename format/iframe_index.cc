@@ -47,11 +47,8 @@ int _tr_maintainPrintIFrameIndex(const tr_RecDataFileInfo* info, int fileNum,
     return 0;
   }
 
-  Stream source(path, "rb");
-  if (!source.isOpen()) {
-    err("[ERROR] Failed to open source file: %s\n", path.c_str());
-    return -1;
-  }
+  Stream source;
+  if (!openDataFile(path, &source)) return -1;
   if (sys.fseek(source.get(), info->iFrameInfoOffset) != 0) {
     err("[ERROR] Seek failed at offset %llu\n",
         static_cast<unsigned long long>(info->iFrameInfoOffset));

@@ -22,6 +22,7 @@
 // After every input each descriptor, stream and heap block taken through
 // tr::sys must have been given back; heap requests above 64 MiB fail, as on
 // the recorder.
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cstdio>
@@ -224,12 +225,13 @@ size_t overlayFread(void* buf, size_t size, size_t count, FILE* stream) {
   return got;
 }
 
-// Sources are the input's one data file, whatever their name; outputs go
-// nowhere.
-FILE* redirectFopen(const char*, const char* mode) {
-  const bool output = mode[0] == 'w';
-  if (!output && gDataFile.empty()) return nullptr;
-  return kSystemCalls.fopen(output ? "/dev/null" : gDataFile.c_str(), mode);
+// Sources are the input's one data file, whatever their name; every output
+// is one scratch file.
+int redirectOpenFile(const char*, int flags, mode_t mode) {
+  const bool output = (flags & O_ACCMODE) != O_RDONLY;
+  if (!output && gDataFile.empty()) return -1;
+  const std::string outputFile = scratch().file("output.bin");
+  return kSystemCalls.openFile(output ? outputFile.c_str() : gDataFile.c_str(), flags, mode);
 }
 
 void imageInput(Bytes& in) {
@@ -276,7 +278,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   if (TRELLIS_FUZZER == 2) {
     sys.read = fuzz::overlayRead;
     sys.fread = fuzz::overlayFread;
-    sys.fopen = fuzz::redirectFopen;
+    sys.openFile = fuzz::redirectOpenFile;
   }
   return 0;
 }

@@ -190,8 +190,17 @@ ssize_t sysWrite(int fd, const void* buf, size_t count) {
                                   : ledger->inner.write(fd, buf, part(count));
 }
 
-FILE* sysFopen(const char* path, const char* mode) {
-  return failsNow(Call::kFopen) ? nullptr : keep(ledger->inner.fopen(path, mode));
+int sysOpenFile(const char* path, int flags, mode_t mode) {
+  const int fd = failsNow(Call::kOpenFile) ? -1 : ledger->inner.openFile(path, flags, mode);
+  if (fd >= 0) ledger->fds.insert(fd);
+  return fd;
+}
+
+// The stream takes the descriptor over.
+FILE* sysFdopen(int fd, const char* mode) {
+  FILE* stream = ledger->inner.fdopen(fd, mode);
+  if (stream != nullptr) ledger->fds.erase(fd);
+  return keep(stream);
 }
 
 size_t sysFread(void* buf, size_t size, size_t count, FILE* stream) {
@@ -228,7 +237,8 @@ SysFaults::SysFaults(const Fault& fault) : saved_(sys) {
   sys.lseek = sysSeek;
   sys.read = sysRead;
   sys.write = sysWrite;
-  sys.fopen = sysFopen;
+  sys.openFile = sysOpenFile;
+  sys.fdopen = sysFdopen;
   sys.fread = sysFread;
   sys.fwrite = sysFwrite;
   sys.fclose = sysFclose;

@@ -57,11 +57,12 @@ using Extents = std::map<uint64_t, std::string>;
 Extents extents(const std::string& path);
 std::string changes(const Extents& before, const Extents& after);
 
-enum class Call { kNone, kOpen, kSeek, kRead, kWrite, kClose, kFopen, kFread,
+// kOpenFile: the open of a data file or of an extraction's output.
+enum class Call { kNone, kOpen, kSeek, kRead, kWrite, kClose, kOpenFile, kFread,
                   kFwrite, kFclose, kMalloc, kCount };
 
 // The `occurrence`-th call of kind `call` (counted from 1) fails: it returns
-// `result` (a null pointer for fopen and malloc, 0 items for a stream
+// `result` (-1 for kOpenFile, a null pointer for malloc, 0 items for a stream
 // transfer that moves nothing) with `error` in errno (0 leaves errno alone).
 // A transfer whose result is a positive count moves that many bytes or items
 // for real first; a failing close closes all the same.
