@@ -1,68 +1,93 @@
 #include "extract/picture_extract.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 #include "base/output.h"
 #include "base/platform.h"
 #include "base/stream.h"
 #include "extract/output_file.h"
+#include "extract/segment_extract.h"
 #include "format/data_files.h"
 
 namespace tr {
 namespace {
 
-// Seeks the source to the picture's first byte. A start past the 64-bit
-// range cannot be reached by any file and fails like a bad position.
-bool seekPicture(const Stream& source, uint64_t fragmentOffset,
-                 uint64_t before) {
+// Seeks the source to the picture's first byte. A start past the end of
+// the 64-bit range lies in no file; it is refused as what it is.
+bool seekPicture(const Stream& source, uint32_t picNum,
+                 uint64_t fragmentOffset, uint64_t before) {
   const uint64_t offset = fragmentOffset + before;
-  if (offset >= before && sys.fseek(source.get(), offset) == 0) return true;
-  const bool overflow = offset < before;
-  const int error = overflow ? EOVERFLOW : errno;
+  if (offset < before) {
+    err("[ERROR] Image %u: fragmentOffset 0x%016llx + 0x%llx passes the end "
+        "of the 64-bit range\n",
+        picNum, static_cast<unsigned long long>(fragmentOffset),
+        static_cast<unsigned long long>(before));
+    return false;
+  }
+  if (sys.fseek(source.get(), offset) == 0) return true;
+  const int error = errno;
   err("[ERROR] Seek failed @ 0x%016llx (errno %d)\n",
-      static_cast<unsigned long long>(overflow ? UINT64_MAX : offset), error);
+      static_cast<unsigned long long>(offset), error);
   return false;
+}
+
+// Bytes the data file holds from `offset` on, as far as `size`.
+uint32_t available(const Stream& source, uint64_t offset, uint32_t size) {
+  struct stat st;
+  if (sys.fstat(fileno(source.get()), &st) != 0) return size;
+  const uint64_t end = static_cast<uint64_t>(st.st_size);
+  if (end <= offset) return 0;
+  return end - offset < size ? static_cast<uint32_t>(end - offset) : size;
 }
 
 void reportCreateFailure(const std::string& path, int error) {
   err("[ERROR] Failed to create %s (errno %d)\n", path.c_str(), error);
 }
 
-// Reads the picture whole, and only then creates the output, so a damaged
-// data file leaves no file behind that looks like a picture.
+// The picture is copied in blocks, so memory stays small whatever size
+// the segment info claims. A damaged data file must still leave no file
+// behind that looks like a picture: a data file too short for the picture
+// is found from its size before the output is created, and a read that
+// falls short during the copy (an I/O error, a file cut meanwhile)
+// removes the output again.
 int savePicture(const std::string& sourcePath, const std::string& outputPath,
-                uint64_t fragmentOffset, uint64_t before, uint32_t size) {
+                uint32_t picNum, uint64_t fragmentOffset, uint64_t before,
+                uint32_t size) {
   Stream source;
   if (!openDataFile(sourcePath, &source)) return -1;
-  if (!seekPicture(source, fragmentOffset, before)) return -1;
-  HeapBuffer picture(size);
-  if (!picture.valid()) {
-    err("[ERROR] Alloc %u bytes failed\n", size);
+  if (!seekPicture(source, picNum, fragmentOffset, before)) return -1;
+  const size_t block = size < kCopyBufferSize ? size : kCopyBufferSize;
+  HeapBuffer buffer(block);
+  if (!buffer.valid()) {
+    err("[ERROR] Alloc %zu bytes failed\n", block);
     return -1;
   }
-  // An empty picture moves no bytes; the streams are still opened and
-  // closed, so an empty output file is made as for any other picture.
-  const size_t got =
-      size == 0 ? 0 : sys.fread(picture.data(), 1, size, source.get());
-  if (got != size) {
-    err("[ERROR] Read incomplete (%zu/%u bytes)\n", got, size);
+  const uint32_t held = available(source, fragmentOffset + before, size);
+  if (held != size) {
+    err("[ERROR] Read incomplete (%zu/%u bytes)\n", static_cast<size_t>(held),
+        size);
     return -1;
   }
   OutputFile output(outputPath);
   if (output.open(source, reportCreateFailure) == -1) return -1;
-  const size_t written =
-      size == 0 ? 0 : sys.fwrite(picture.data(), 1, size, output.get());
-  if (written != size) {
-    err("[ERROR] Write incomplete (%zu/%u bytes)\n", written, size);
+  const CopyOutcome copy =
+      copyRange(source.get(), output.get(), buffer.data(), size);
+  buffer.release();
+  source.close();
+  const size_t copied = static_cast<size_t>(copy.written);
+  if (copy.end == CopyEnd::kEndOfFile || copy.end == CopyEnd::kReadError) {
+    output.discard();
+    err("[ERROR] Read incomplete (%zu/%u bytes)\n", copied, size);
     return -1;
   }
-  picture.release();
-  source.close();
   // A close that fails may have lost what the writes handed over.
-  if (output.close() != 0) {
-    err("[ERROR] Write incomplete (%zu/%u bytes)\n", written, size);
+  if (output.close() != 0 || copy.end == CopyEnd::kWriteError) {
+    err("[ERROR] Write incomplete (%zu/%u bytes)\n", copied, size);
     return -1;
   }
   out("[SUCCESS] Saved %s (Size: %.2fMB)\n", outputPath.c_str(),
@@ -100,8 +125,8 @@ int _tr_maintainGetOneJpgToFile(const tr_JPGDataFileInfo* info, int fileNum,
     err("[ERROR] Image %u exceeds fragment boundary\n", picNum);
     return -1;
   }
-  return savePicture(sourcePath, outputPath, info->fragmentOffset, before,
-                     size);
+  return savePicture(sourcePath, outputPath, picNum, info->fragmentOffset,
+                     before, size);
 }
 
 }  // namespace tr

@@ -36,54 +36,6 @@ constexpr SegmentKind kPictureSegment = {
     offsetof(tr_JPGDataFileInfo, fragmentOffset),
     offsetof(tr_JPGDataFileInfo, fragmentSize), kPictureDataSuffix, ".jpg"};
 
-struct CopyOutcome {
-  uint64_t remaining;  // bytes not written to the output
-  bool writeFailed;    // already reported
-};
-
-// Streams `length` bytes from the source's position to the output through
-// `buffer` (kCopyBufferSize bytes). A short read is fine; a read of nothing
-// ends the copy, as does a write that falls short, which is not counted.
-CopyOutcome copyRange(FILE* source, FILE* output, void* buffer,
-                      uint64_t length) {
-  ProgressLine progress(length > kProgressThreshold);
-  CopyOutcome outcome = {length, false};
-  while (outcome.remaining != 0) {
-    const size_t chunk = outcome.remaining < kCopyBufferSize
-                             ? static_cast<size_t>(outcome.remaining)
-                             : kCopyBufferSize;
-    const size_t got = sys.fread(buffer, 1, chunk, source);
-    if (got == 0) {
-      progress.clear();
-      if (std::feof(source)) {
-        err("[ERROR] Unexpected EOF (remaining: %llu bytes)\n",
-            static_cast<unsigned long long>(outcome.remaining));
-      } else {
-        errPerror("[ERROR] Read operation failed");
-      }
-      break;
-    }
-    if (sys.fwrite(buffer, 1, got, output) != got) {
-      progress.clear();
-      errPerror("[ERROR] Write operation failed");
-      outcome.writeFailed = true;
-      break;
-    }
-    outcome.remaining -= got;
-    if (progress.due()) {
-      const uint64_t copied = length - outcome.remaining;
-      progress.draw(formatString(
-          "%llu of %llu bytes (%.0f%%), %.1f MB/s",
-          static_cast<unsigned long long>(copied),
-          static_cast<unsigned long long>(length),
-          100.0 * static_cast<double>(copied) / static_cast<double>(length),
-          static_cast<double>(copied) / 1048576.0 / progress.elapsed()));
-    }
-  }
-  progress.clear();
-  return outcome;
-}
-
 uint64_t field64(const unsigned char* record, size_t at) {
   uint64_t value;
   std::memcpy(&value, record + at, sizeof value);
@@ -92,6 +44,19 @@ uint64_t field64(const unsigned char* record, size_t at) {
 
 void reportCreateFailure(const std::string& path, int) {
   err("[ERROR] Failed to create output file: %s\n", path.c_str());
+}
+
+// The copy's own failures, as the copy left them.
+void reportCopyFailure(const CopyOutcome& copy) {
+  errno = copy.error;
+  if (copy.end == CopyEnd::kEndOfFile) {
+    err("[ERROR] Unexpected EOF (remaining: %llu bytes)\n",
+        static_cast<unsigned long long>(copy.remaining));
+  } else if (copy.end == CopyEnd::kReadError) {
+    errPerror("[ERROR] Read operation failed");
+  } else if (copy.end == CopyEnd::kWriteError) {
+    errPerror("[ERROR] Write operation failed");
+  }
 }
 
 // Failure paths before the copy leave the streams to their holders; after
@@ -130,9 +95,10 @@ int extractSegment(const SegmentKind& kind, const void* info, int fileNum,
       copyRange(source.get(), output.get(), buffer.data(), length);
   buffer.release();
   source.close();
+  reportCopyFailure(copy);
   // The file system may report a lost write only when the file is closed.
   const bool closeFailed = output.close() != 0;
-  if (closeFailed && !copy.writeFailed) {
+  if (closeFailed && copy.end != CopyEnd::kWriteError) {
     errPerror("[ERROR] Write operation failed");
   }
   if (copy.remaining != 0) {
@@ -147,6 +113,43 @@ int extractSegment(const SegmentKind& kind, const void* info, int fileNum,
 }
 
 }  // namespace
+
+CopyOutcome copyRange(FILE* source, FILE* output, void* buffer,
+                      uint64_t length) {
+  ProgressLine progress(length > kProgressThreshold);
+  CopyOutcome outcome = {length, 0, CopyEnd::kDone, 0};
+  while (outcome.remaining != 0) {
+    const size_t chunk = outcome.remaining < kCopyBufferSize
+                             ? static_cast<size_t>(outcome.remaining)
+                             : kCopyBufferSize;
+    const size_t got = sys.fread(buffer, 1, chunk, source);
+    if (got == 0) {
+      outcome.error = errno;
+      outcome.end = std::feof(source) ? CopyEnd::kEndOfFile
+                                      : CopyEnd::kReadError;
+      break;
+    }
+    const size_t put = sys.fwrite(buffer, 1, got, output);
+    outcome.written += put;
+    if (put != got) {
+      outcome.error = errno;
+      outcome.end = CopyEnd::kWriteError;
+      break;
+    }
+    outcome.remaining -= got;
+    if (progress.due()) {
+      const uint64_t copied = length - outcome.remaining;
+      progress.draw(formatString(
+          "%llu of %llu bytes (%.0f%%), %.1f MB/s",
+          static_cast<unsigned long long>(copied),
+          static_cast<unsigned long long>(length),
+          100.0 * static_cast<double>(copied) / static_cast<double>(length),
+          static_cast<double>(copied) / 1048576.0 / progress.elapsed()));
+    }
+  }
+  progress.clear();
+  return outcome;
+}
 
 int _tr_maintainGetRecDataToFile(const tr_RecDataFileInfo* info, int fileNum,
                                  int segmentNum) {

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 #include "format/jpg_data_file_info.h"
 #include "format/rec_data_file_info.h"
@@ -27,6 +28,24 @@ int _tr_maintainGetRecDataToFile(const tr_RecDataFileInfo* info, int fileNum,
                                  int segmentNum);
 int _tr_maintainGetJpgDataToFile(const tr_JPGDataFileInfo* info, int fileNum,
                                  int segmentNum);
+
+// How a block copy ended.
+enum class CopyEnd { kDone, kEndOfFile, kReadError, kWriteError };
+
+struct CopyOutcome {
+  uint64_t remaining;  // bytes not written to the output
+  uint64_t written;    // bytes written, a short write's part included
+  CopyEnd end;
+  int error;  // errno of the failed read or write
+};
+
+// Streams `length` bytes from the source's position to the output in
+// blocks of at most kCopyBufferSize through `buffer`, which holds
+// min(length, kCopyBufferSize) bytes. A short read is fine; a read of
+// nothing ends the copy, as does a write that falls short (not counted).
+// Prints nothing but the progress line; the caller reports the outcome.
+CopyOutcome copyRange(FILE* source, FILE* output, void* buffer,
+                      uint64_t length);
 
 }  // namespace tr
 
