@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
 namespace tr {
@@ -145,5 +146,41 @@ SignalsHeld::SignalsHeld() {
 }
 
 SignalsHeld::~SignalsHeld() { sigprocmask(SIG_SETMASK, &saved_, nullptr); }
+
+namespace {
+
+volatile sig_atomic_t gCaught = 0;
+
+void noteSignal(int signal) { gCaught = signal; }
+
+// Catches `signal` unless it was ignored when the scope began.
+void catchSignal(int signal, struct sigaction* saved) {
+  sigaction(signal, nullptr, saved);
+  if (saved->sa_handler == SIG_IGN) return;
+  struct sigaction action;
+  std::memset(&action, 0, sizeof action);
+  action.sa_handler = noteSignal;  // no SA_RESTART: a blocked read returns
+  sigemptyset(&action.sa_mask);
+  sigaction(signal, &action, nullptr);
+}
+
+}  // namespace
+
+InterruptScope::InterruptScope() {
+  gCaught = 0;
+  catchSignal(SIGINT, &savedInt_);
+  catchSignal(SIGTERM, &savedTerm_);
+}
+
+int InterruptScope::caught() { return gCaught; }
+
+InterruptScope::~InterruptScope() {
+  sigaction(SIGINT, &savedInt_, nullptr);
+  sigaction(SIGTERM, &savedTerm_, nullptr);
+  if (gCaught == SIGTERM) {
+    std::fflush(nullptr);
+    ::raise(SIGTERM);
+  }
+}
 
 }  // namespace tr

@@ -90,6 +90,28 @@ class SignalsHeld {
   sigset_t saved_;
 };
 
+// While alive, SIGINT and SIGTERM only raise a flag that a long copy polls
+// between blocks (and a blocked read returns, as the handlers do not
+// restart it). A signal the console was started with ignored stays
+// ignored. At scope end the previous handlers are back, and a SIGTERM that
+// was caught is raised again: the console ends as it would have, only
+// after the copy has cleaned up. Outside such a scope the signals act as
+// they always have: Ctrl-C at the prompt ends the console.
+class InterruptScope {
+ public:
+  InterruptScope();
+  ~InterruptScope();
+  InterruptScope(const InterruptScope&) = delete;
+  InterruptScope& operator=(const InterruptScope&) = delete;
+
+  // The signal caught so far, or 0.
+  static int caught();
+
+ private:
+  struct sigaction savedInt_;
+  struct sigaction savedTerm_;
+};
+
 }  // namespace tr
 
 #endif  // TRELLIS_BASE_PLATFORM_H_

@@ -58,6 +58,7 @@ void reportCreateFailure(const std::string& path, int error) {
 int savePicture(const std::string& sourcePath, const std::string& outputPath,
                 uint32_t picNum, uint64_t fragmentOffset, uint64_t before,
                 uint32_t size) {
+  InterruptScope interrupts;
   Stream source;
   if (!openDataFile(sourcePath, &source)) return -1;
   if (!seekPicture(source, picNum, fragmentOffset, before)) return -1;
@@ -80,6 +81,10 @@ int savePicture(const std::string& sourcePath, const std::string& outputPath,
   buffer.release();
   source.close();
   const size_t copied = static_cast<size_t>(copy.written);
+  if (copy.end == CopyEnd::kInterrupted) {
+    reportInterrupted(&output, outputPath);
+    return -1;
+  }
   if (copy.end == CopyEnd::kEndOfFile || copy.end == CopyEnd::kReadError) {
     output.discard();
     err("[ERROR] Read incomplete (%zu/%u bytes)\n", copied, size);

@@ -15,7 +15,7 @@ namespace tr {
 // picNum counts from 1 and is taken unsigned, so a negative number is a
 // large one and refused. Returns 0 when the whole picture reached the
 // output file, else -1 after one "[ERROR]" line. A data file too short for
-// the picture leaves no output file.
+// the picture leaves no output file; Ctrl-C or SIGTERM remove it too.
 int _tr_maintainGetOneJpgToFile(const tr_JPGDataFileInfo* info, int fileNum,
                                 int segmentNum, uint32_t picNum);
 

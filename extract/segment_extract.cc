@@ -61,7 +61,7 @@ void reportCopyFailure(const CopyOutcome& copy) {
 
 // Failure paths before the copy leave the streams to their holders; after
 // it everything is released and closed explicitly, the output's close
-// checked.
+// checked. Ctrl-C or SIGTERM during the extraction removes the output.
 int extractSegment(const SegmentKind& kind, const void* info, int fileNum,
                    int segmentNum) {
   const unsigned char* record = static_cast<const unsigned char*>(info);
@@ -75,6 +75,7 @@ int extractSegment(const SegmentKind& kind, const void* info, int fileNum,
   const std::string outputPath = mediaPath(
       formatString("%05d_%04d%s", fileNum, segmentNum, kind.outputSuffix));
 
+  InterruptScope interrupts;
   Stream source;
   if (!openDataFile(sourcePath, &source)) return -1;
   if (sys.fseek(source.get(), start) != 0) {
@@ -95,6 +96,10 @@ int extractSegment(const SegmentKind& kind, const void* info, int fileNum,
       copyRange(source.get(), output.get(), buffer.data(), length);
   buffer.release();
   source.close();
+  if (copy.end == CopyEnd::kInterrupted) {
+    reportInterrupted(&output, outputPath);
+    return -1;
+  }
   reportCopyFailure(copy);
   // The file system may report a lost write only when the file is closed.
   const bool closeFailed = output.close() != 0;
@@ -119,6 +124,10 @@ CopyOutcome copyRange(FILE* source, FILE* output, void* buffer,
   ProgressLine progress(length > kProgressThreshold);
   CopyOutcome outcome = {length, 0, CopyEnd::kDone, 0};
   while (outcome.remaining != 0) {
+    if (InterruptScope::caught() != 0) {
+      outcome.end = CopyEnd::kInterrupted;
+      break;
+    }
     const size_t chunk = outcome.remaining < kCopyBufferSize
                              ? static_cast<size_t>(outcome.remaining)
                              : kCopyBufferSize;
@@ -147,8 +156,18 @@ CopyOutcome copyRange(FILE* source, FILE* output, void* buffer,
           static_cast<double>(copied) / 1048576.0 / progress.elapsed()));
     }
   }
+  // A read or write cut short by the signal counts as the interrupt.
+  if (outcome.end != CopyEnd::kDone && InterruptScope::caught() != 0) {
+    outcome.end = CopyEnd::kInterrupted;
+  }
   progress.clear();
   return outcome;
+}
+
+void reportInterrupted(OutputFile* output, const std::string& path) {
+  output->discard();
+  err("[ERROR] Extraction interrupted: nothing was kept of %s\n",
+      path.c_str());
 }
 
 int _tr_maintainGetRecDataToFile(const tr_RecDataFileInfo* info, int fileNum,

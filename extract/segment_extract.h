@@ -10,9 +10,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <string>
 
 #include "format/jpg_data_file_info.h"
 #include "format/rec_data_file_info.h"
+
+namespace tr {
+class OutputFile;
+}
 
 namespace tr {
 
@@ -22,15 +27,16 @@ constexpr size_t kCopyBufferSize = 4194304;
 constexpr uint64_t kProgressThreshold = 67108864;
 
 // Both return 0 when the whole length reached the output file, else -1
-// after one or more "[ERROR]" lines; a partial output file stays behind.
-// An existing output file is replaced.
+// after one or more "[ERROR]" lines; a partial output file stays behind,
+// except after Ctrl-C or SIGTERM, which remove it (SIGTERM then ends the
+// console). An existing output file is replaced.
 int _tr_maintainGetRecDataToFile(const tr_RecDataFileInfo* info, int fileNum,
                                  int segmentNum);
 int _tr_maintainGetJpgDataToFile(const tr_JPGDataFileInfo* info, int fileNum,
                                  int segmentNum);
 
 // How a block copy ended.
-enum class CopyEnd { kDone, kEndOfFile, kReadError, kWriteError };
+enum class CopyEnd { kDone, kEndOfFile, kReadError, kWriteError, kInterrupted };
 
 struct CopyOutcome {
   uint64_t remaining;  // bytes not written to the output
@@ -42,10 +48,15 @@ struct CopyOutcome {
 // Streams `length` bytes from the source's position to the output in
 // blocks of at most kCopyBufferSize through `buffer`, which holds
 // min(length, kCopyBufferSize) bytes. A short read is fine; a read of
-// nothing ends the copy, as does a write that falls short (not counted).
+// nothing ends the copy, as does a write that falls short (not counted)
+// and a signal caught by an InterruptScope, looked at between blocks.
 // Prints nothing but the progress line; the caller reports the outcome.
 CopyOutcome copyRange(FILE* source, FILE* output, void* buffer,
                       uint64_t length);
+
+// After a copy ended by a signal: removes the output file and says that
+// nothing was kept.
+void reportInterrupted(OutputFile* output, const std::string& path);
 
 }  // namespace tr
 
