@@ -1,5 +1,7 @@
 #include "base/output.h"
 
+#include <unistd.h>
+
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -141,10 +143,30 @@ void printFlagField(const char* label, uint64_t value) {
                                 value != 0 ? kGreen : kRed);
 }
 
+std::string storedText(const char* stored, size_t size) {
+  // Standard output stays where the console found it: asked once.
+  static const bool terminal = ::isatty(STDOUT_FILENO) == 1;
+  std::string text(stored, size);
+  if (!terminal) return text;
+  std::string shown;
+  for (const char c : text) {
+    const unsigned char byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7f) {
+      char escaped[8];
+      std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
+      shown += escaped;
+    } else {
+      shown += c;
+    }
+  }
+  return shown;
+}
+
 void printMagicField(const char* stored, size_t size, const char* expected) {
   // A word stored without its NUL still shows whole and is compared whole.
   const std::string magic(stored, strnlen(stored, size));
-  _tr_maintainPrintColoredField("Magic Word", magic.c_str(),
+  _tr_maintainPrintColoredField("Magic Word",
+                                storedText(magic.data(), magic.size()).c_str(),
                                 magic == expected ? kGreen : kRed);
 }
 

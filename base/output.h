@@ -47,6 +47,12 @@ void errPerror(const char* message);
 std::string tableWord(const char* const* table, size_t entries,
                       uint64_t value);
 
+// `size` bytes of text stored on the card, to be printed. On a terminal
+// every control byte (below 0x20, and 0x7f) shows as "\xNN", so a damaged
+// or hostile card cannot move the cursor, clear the screen or retitle the
+// window; anywhere else the bytes stay exactly as stored.
+std::string storedText(const char* stored, size_t size);
+
 // Field lines as the printers use them: green text, an unsigned number in
 // decimal, a byte count as size text; a stored flag by the yes/no table,
 // green when set and red when clear; a magic word of `size` stored bytes,
