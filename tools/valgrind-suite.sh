@@ -35,7 +35,10 @@ export TRELLIS_TEST_EXEC_WRAPPER="valgrind --error-exitcode=99 \
 --leak-check=full --show-leak-kinds=all --errors-for-leak-kinds=all \
 --track-fds=yes -q --suppressions=$PWD/tools/valgrind.supp \
 --log-file=$logs/%p.log"
-ctest --test-dir "$build" --output-on-failure -j"${JOBS:-2}" "$@"
+# With a standard descriptor closed, valgrind's own log takes its number
+# before the console starts, so that test says nothing about the console.
+ctest --test-dir "$build" --output-on-failure -j"${JOBS:-2}" \
+  -E 'HazardTest.ClosedStandardDescriptors' "$@"
 status=$?
 
 # What a clean log may hold: the table of descriptors open at exit, each
