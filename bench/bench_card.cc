@@ -12,6 +12,7 @@
 #include "format/device_layout.h"
 #include "format/index_file_head.h"
 #include "format/index_layout.h"
+#include "format/jpg_data_file_info.h"
 #include "format/rec_data_file_info.h"
 
 namespace tr {
@@ -22,6 +23,8 @@ constexpr uint64_t kCardSize = 2147483648ULL;
 constexpr uint64_t kLarge = 1ULL << 30;
 constexpr uint64_t kSmall = 64ULL << 20;
 constexpr uint64_t kDataStart = 4096;
+// A picture the picture index file says is 4 GiB long, as a damaged card may.
+constexpr uint32_t kHugePicture = 0xFFFFFFFF;
 
 [[noreturn]] void fail(const std::string& what) {
   std::perror(what.c_str());
@@ -68,6 +71,27 @@ void writeCard(const std::string& path) {
   const tr_RecDataFileInfo small = segment(kDataStart, kSmall);
   writeAt(fd, segmentInfoOffset(base, kRecordKind, 2, 1, 1), &large, sizeof large);
   writeAt(fd, segmentInfoOffset(base, kRecordKind, 2, 1, 2), &small, sizeof small);
+
+  const uint64_t picBase = layout.idxFileOffsetPic;
+  header.fileType = kPictureKind;
+  header.maxSegmentNum = 1;
+  writeAt(fd, picBase, &header, sizeof header);
+  tr_JPGDataFileInfo picture;
+  std::memset(&picture, 0, sizeof picture);
+  std::memcpy(picture.magicWord, kSegmentInfoMagic, sizeof picture.magicWord);
+  picture.inUse = 1;
+  picture.fragmentSize = kHugePicture;
+  picture.imageDetails[0].jpgSize = kHugePicture;
+  picture.validNum = 1;
+  writeAt(fd, segmentInfoOffset(picBase, kPictureKind, 1, 1, 1), &picture,
+          sizeof picture);
+  close(fd);
+}
+
+// All of it a hole: what is measured is the memory of the copy.
+void writePictureFile(const std::string& path) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  if (fd < 0 || ftruncate(fd, static_cast<off_t>(kHugePicture)) != 0) fail(path);
   close(fd);
 }
 
@@ -104,12 +128,14 @@ Card prepareCard(const std::string& dir) {
   card.image = dir + "/card.img";
   card.media = dir + "/media";
   card.dataFile = card.media + "/TR00001.mp4";
+  card.pictureFile = card.media + "/TR00001.picture";
   card.largeOffset = kDataStart;
   card.largeLength = kLarge;
   mkdir(dir.c_str(), 0755);
   mkdir(card.media.c_str(), 0755);
   writeCard(card.image);
   writeDataFile(card.dataFile);
+  writePictureFile(card.pictureFile);
   return card;
 }
 

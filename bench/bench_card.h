@@ -1,5 +1,7 @@
 // The benchmark's own card: a sparse 2 GiB image whose record index file
-// describes one data file with a 1 GiB segment and a 64 MiB segment.
+// describes one data file with a 1 GiB segment and a 64 MiB segment, and
+// whose picture index file describes one segment of one 4 GiB picture (its
+// data file a hole).
 #ifndef TRELLIS_BENCH_BENCH_CARD_H_
 #define TRELLIS_BENCH_BENCH_CARD_H_
 
@@ -13,6 +15,7 @@ struct Card {
   std::string image;
   std::string media;
   std::string dataFile;
+  std::string pictureFile;
   uint64_t largeOffset;
   uint64_t largeLength;
 };
