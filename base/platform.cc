@@ -174,13 +174,11 @@ InterruptScope::InterruptScope() {
 
 int InterruptScope::caught() { return gCaught; }
 
+bool InterruptScope::terminated() { return gCaught == SIGTERM; }
+
 InterruptScope::~InterruptScope() {
   sigaction(SIGINT, &savedInt_, nullptr);
   sigaction(SIGTERM, &savedTerm_, nullptr);
-  if (gCaught == SIGTERM) {
-    std::fflush(nullptr);
-    ::raise(SIGTERM);
-  }
 }
 
 }  // namespace tr

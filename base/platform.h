@@ -93,10 +93,10 @@ class SignalsHeld {
 // While alive, SIGINT and SIGTERM only raise a flag that a long copy polls
 // between blocks (and a blocked read returns, as the handlers do not
 // restart it). A signal the console was started with ignored stays
-// ignored. At scope end the previous handlers are back, and a SIGTERM that
-// was caught is raised again: the console ends as it would have, only
-// after the copy has cleaned up. Outside such a scope the signals act as
-// they always have: Ctrl-C at the prompt ends the console.
+// ignored. At scope end the previous handlers are back; a SIGTERM that was
+// caught stays noted, and the console ends once the command that caught it
+// has cleaned up. Outside such a scope the signals act as they always
+// have: Ctrl-C at the prompt ends the console.
 class InterruptScope {
  public:
   InterruptScope();
@@ -106,6 +106,8 @@ class InterruptScope {
 
   // The signal caught so far, or 0.
   static int caught();
+  // True when the last scope caught SIGTERM.
+  static bool terminated();
 
  private:
   struct sigaction savedInt_;

@@ -245,11 +245,12 @@ int runConsole(const Options& options) {
     const bool exit = wordIs(words, "exit");
     if (!exit && runLine(words, checked) == -1) failed = true;
     _tr_freeLineParser(words);
-    if (exit) break;
+    if (exit || InterruptScope::terminated()) break;
   }
   if (!quiet) out("\033[31mBye Trellis Maintain\033[0m\n");
   std::fflush(stdout);
   if (source.finish() == -1) return kExitUsage;
+  if (InterruptScope::terminated()) return kExitTerminated;
   return options.scripted() && failed ? kExitFailed : kExitOk;
 }
 

@@ -38,6 +38,9 @@ struct Options {
 constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;  // a command failed or named no command
 constexpr int kExitUsage = 2;   // a bad command line, or no card to work on
+// SIGTERM during an extraction: the console ends once the copy has cleaned
+// up and every resource is released, with the status a shell shows for it.
+constexpr int kExitTerminated = 143;
 
 // Parses argv (getopt_long; "--" ends the options). 0, or -1 after one line
 // saying what is wrong and the usage text on standard error.

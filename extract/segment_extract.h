@@ -28,8 +28,8 @@ constexpr uint64_t kProgressThreshold = 67108864;
 
 // Both return 0 when the whole length reached the output file, else -1
 // after one or more "[ERROR]" lines; a partial output file stays behind,
-// except after Ctrl-C or SIGTERM, which remove it (SIGTERM then ends the
-// console). An existing output file is replaced.
+// except after Ctrl-C or SIGTERM, which remove it (after SIGTERM the
+// console then ends). An existing output file is replaced.
 int _tr_maintainGetRecDataToFile(const tr_RecDataFileInfo* info, int fileNum,
                                  int segmentNum);
 int _tr_maintainGetJpgDataToFile(const tr_JPGDataFileInfo* info, int fileNum,
