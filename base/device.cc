@@ -7,12 +7,16 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
+#include "base/journal.h"
 #include "base/output.h"
 #include "base/platform.h"
 
 namespace tr {
 namespace {
+
+bool gReadOnly = false;
 
 void printDevice() { err("  Device: %s\n", deviceName.c_str()); }
 
@@ -87,13 +91,39 @@ int checkOpenedDevice(int fd, DeviceMode mode) {
   return 0;
 }
 
+// Reads and notes what the write about to be made replaces.
+int noteWrite(int fd, uint64_t offset, const void* buffer, size_t size,
+              bool showOffset) {
+  std::string before(size, '\0');
+  if (_tr_maintainReadDevice(fd, offset, &before[0], size, nullptr,
+                             kReadSeekTitle, showOffset) == -1) {
+    return -1;
+  }
+  if (noteDeviceWrite(fd, offset, before, buffer, size) == -1) {
+    _tr_maintainCloseDevice(fd, false);
+    return -1;
+  }
+  return 0;
+}
+
 }  // namespace
 
+void setReadOnly(bool readOnly) { gReadOnly = readOnly; }
+bool readOnly() { return gReadOnly; }
+
 int _tr_maintainOpenDevice(DeviceMode mode) {
-  const int flags = mode == DeviceMode::kReadWrite ? O_RDWR : O_RDONLY;
-  // Not blocking on the open either: a FIFO without a writer would hang it.
-  const int fd =
-      sys.open(deviceName.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  const bool write = mode == DeviceMode::kReadWrite;
+  // The dispatcher refuses writing commands first; this keeps any other
+  // path from reaching a writable descriptor.
+  int fd = -1;
+  if (write && gReadOnly) {
+    errno = EROFS;
+  } else {
+    // Not blocking on the open either: a FIFO without a writer would hang
+    // it.
+    fd = sys.open(deviceName.c_str(), (write ? O_RDWR : O_RDONLY) |
+                                          O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  }
   if (fd > 0) {
     if (checkOpenedDevice(fd, mode) == 0) return fd;
     sys.close(fd);
@@ -135,6 +165,10 @@ int _tr_maintainReadDevice(int fd, uint64_t offset, void* buffer, size_t size,
 
 int _tr_maintainWriteDevice(int fd, uint64_t offset, const void* buffer,
                             size_t size, bool showOffset) {
+  if (deviceWritesNoted() &&
+      noteWrite(fd, offset, buffer, size, showOffset) == -1) {
+    return -1;
+  }
   if (!seekTo(fd, offset)) {
     reportSeekFailure(kWriteSeekTitle, offset, showOffset, errno);
     _tr_maintainCloseDevice(fd, false);

@@ -17,8 +17,13 @@ constexpr const char kSeekTitle[] = "LSEEK FAILED";
 constexpr const char kReadSeekTitle[] = "READ LSEEK FAILED";
 constexpr const char kWriteSeekTitle[] = "WRITE LSEEK FAILED";
 
+// Read-only working: while set, the device is never opened for writing.
+void setReadOnly(bool readOnly);
+bool readOnly();
+
 // Opens deviceName. Returns the descriptor, or -1 after the open failure
-// block (a descriptor of 0 counts as a failure too).
+// block (a descriptor of 0 counts as a failure too). Read-write while the
+// console is read-only fails as a read-only file system would.
 int _tr_maintainOpenDevice(DeviceMode mode);
 
 // Prints `offsetLabel` (when given) with `offset` as a green field, seeks to
@@ -29,7 +34,10 @@ int _tr_maintainReadDevice(int fd, uint64_t offset, void* buffer, size_t size,
                            const char* offsetLabel, const char* seekTitle,
                            bool showOffset);
 
-// Seeks to `offset` and writes exactly `size` bytes from `buffer`.
+// Seeks to `offset` and writes exactly `size` bytes from `buffer`. When the
+// writes are noted (an undo journal, the change lines), the bytes there are
+// read first and noted, the record made durable; a read or a journal that
+// fails ends the access before anything is written.
 int _tr_maintainWriteDevice(int fd, uint64_t offset, const void* buffer,
                             size_t size, bool showOffset);
 
