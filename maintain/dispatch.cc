@@ -2,10 +2,14 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/device.h"
+#include "base/journal.h"
+#include "base/output.h"
 #include "base/platform.h"
 #include "format/device_layout.h"
 #include "format/index_layout.h"
 #include "maintain/commands.h"
+#include "repair/change_lines.h"
 
 namespace tr {
 namespace {
@@ -17,6 +21,22 @@ const CommandRow* findCommand(const char* word, int count) {
     }
   }
   return nullptr;
+}
+
+// A writing command: refused before anything is opened while the console
+// is read-only; after success, the change lines of its writes (when kept).
+int runWriter(const CommandRow& row, const CommandCall& call) {
+  if (readOnly()) {
+    err("maintain %s: not written: the console is read-only (-r or "
+        "TRELLIS_READ_ONLY); start it without them to write\n",
+        row.word);
+    return -1;
+  }
+  // A writer's read-modify-write is never cut in half by Ctrl-C.
+  const SignalsHeld held;
+  if (row.action(call) == -1) return -1;
+  printChangeLines(deviceWrites());
+  return 0;
 }
 
 }  // namespace
@@ -71,13 +91,9 @@ int tr_maintain(int count, char** words) {
                       {0, 0, 0},
                       &record};
   for (int i = 1; i < count; ++i) call.arg[i - 1] = commandNumber(words[i]);
-  if (row->reader != nullptr) {
-    std::memset(record.bytes, 0, row->recordSize);
-    if (row->reader(call) == -1) return -1;
-    return row->action(call) == -1 ? -1 : 0;
-  }
-  // A writer's read-modify-write is never cut in half by Ctrl-C.
-  const SignalsHeld held;
+  if (row->reader == nullptr) return runWriter(*row, call);
+  std::memset(record.bytes, 0, row->recordSize);
+  if (row->reader(call) == -1) return -1;
   return row->action(call) == -1 ? -1 : 0;
 }
 
