@@ -9,6 +9,8 @@
 #include <cstring>
 #include <string>
 
+#include "base/device.h"
+#include "base/journal.h"
 #include "base/output.h"
 #include "base/platform.h"
 #include "base/version.h"
@@ -51,6 +53,16 @@ bool waitForInput() {
       return false;
     }
   }
+}
+
+// TRELLIS_READ_ONLY set to anything but "" or "0" makes the console
+// read-only; TRELLIS_UNDO names the undo journal.
+void loadWriteSafety() {
+  const char* readOnlyValue = std::getenv("TRELLIS_READ_ONLY");
+  const char* undo = std::getenv("TRELLIS_UNDO");
+  setReadOnly(readOnlyValue != nullptr && *readOnlyValue != '\0' &&
+              std::strcmp(readOnlyValue, "0") != 0);
+  setJournalPath(undo == nullptr ? "" : undo);
 }
 
 bool wordIs(const tr_LineParser* words, const char* text) {
@@ -243,6 +255,7 @@ int runConsole(const Options& options) {
     tr_LineParser* words = _tr_lineParser(line, length);
     if (words == nullptr) continue;
     const bool exit = wordIs(words, "exit");
+    beginDeviceCommand(line);
     if (!exit && runLine(words, checked) == -1) failed = true;
     _tr_freeLineParser(words);
     if (exit || InterruptScope::terminated()) break;
@@ -284,6 +297,7 @@ int consoleMain(int argc, char** argv) {
   // Every mode works on the same card, in the same colours.
   setColourEnabled(colourWanted(options.colour));
   loadPlatform();
+  loadWriteSafety();
   if (!options.device.empty()) setDevicePath(options.device);
   if (!options.mediaDir.empty()) setMediaDir(options.mediaDir);
   switch (options.mode) {
