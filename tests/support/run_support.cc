@@ -30,7 +30,8 @@ pid_t spawn(const std::vector<std::string>& argv, const EnvList& env,
   if (pid != 0) return pid;
   for (int fd = 0; fd < 3; ++fd) fds[fd] < 0 ? ::close(fd) : dup2(fds[fd], fd);
   setenv("TZ", "UTC", 1);
-  for (const char* name : {"NO_COLOR", "TRELLIS_DEVICE", "TRELLIS_MEDIA_DIR"}) {
+  for (const char* name : {"NO_COLOR", "TRELLIS_DEVICE", "TRELLIS_MEDIA_DIR",
+                           "TRELLIS_UNDO", "TRELLIS_READ_ONLY"}) {
     unsetenv(name);
   }
   for (const auto& [name, value] : env) setenv(name.c_str(), value.c_str(), 1);
