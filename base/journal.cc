@@ -128,6 +128,21 @@ bool readRecord(const std::string& text, size_t* pos, uint32_t number,
   return true;
 }
 
+// Whether the text from the damaged record at `pos` on holds more than one
+// record: a second record's first line, or a second checksum line (a lost
+// line break joins two records into one line).
+bool recordsFollow(const std::string& text, size_t pos) {
+  int checksums = 0;
+  for (size_t at = pos; at < text.size();) {
+    if (at != pos && text.compare(at, 7, "record ") == 0) return true;
+    if (text.compare(at, 6, "crc32 ") == 0 && ++checksums == 2) return true;
+    const size_t end = text.find('\n', at);
+    if (end == std::string::npos) break;
+    at = end + 1;
+  }
+  return false;
+}
+
 std::string utcNow() {
   const time_t now = std::time(nullptr);
   struct tm parts;
@@ -323,7 +338,7 @@ int parseJournal(const std::string& text, JournalContents* contents,
     JournalRecord record;
     const size_t number = contents->records.size() + 1;
     if (!readRecord(text, &pos, static_cast<uint32_t>(number), &record)) {
-      if (text.find("\nrecord ", pos) != std::string::npos) {
+      if (recordsFollow(text, pos)) {
         *error = formatString(
             "record %zu (from byte %zu) is damaged and more records follow it",
             number, pos);
