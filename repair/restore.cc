@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <vector>
 
 #include "base/device.h"
 #include "base/journal.h"
@@ -39,14 +40,37 @@ void reportChanged(const JournalRecord& record, const std::string& found) {
       static_cast<unsigned char>(record.after[at]));
 }
 
-// One record against the open device. kFailed: the device routines have
-// reported and closed the device.
-Outcome replay(int fd, const JournalRecord& record, bool dryRun) {
+// A dry run writes nothing, yet each record must meet the device as the
+// newer records would have left it: their writes are kept here and laid
+// over what is read.
+struct Overlay {
+  uint64_t offset;
+  std::string bytes;
+};
+
+void layOver(const std::vector<Overlay>& writes, uint64_t offset,
+             std::string* found) {
+  for (const Overlay& write : writes) {
+    for (size_t i = 0; i < write.bytes.size(); ++i) {
+      const uint64_t at = write.offset + i;
+      if (at >= offset && at - offset < found->size()) {
+        (*found)[at - offset] = write.bytes[i];
+      }
+    }
+  }
+}
+
+// One record against the open device; a dry run notes in `overlay` what it
+// would write. kFailed: the device routines have reported and closed the
+// device.
+Outcome replay(int fd, const JournalRecord& record, bool dryRun,
+               std::vector<Overlay>* overlay) {
   std::string found(record.after.size(), '\0');
   if (_tr_maintainReadDevice(fd, record.offset, &found[0], found.size(),
                              nullptr, kReadSeekTitle, true) == -1) {
     return Outcome::kFailed;
   }
+  layOver(*overlay, record.offset, &found);
   if (found == record.before) {
     out("%s: already holds its old bytes; skipped\n",
         describe(record).c_str());
@@ -56,9 +80,10 @@ Outcome replay(int fd, const JournalRecord& record, bool dryRun) {
     reportChanged(record, found);
     return Outcome::kChanged;
   }
-  if (!dryRun && _tr_maintainWriteDevice(fd, record.offset,
-                                         record.before.data(),
-                                         record.before.size(), true) == -1) {
+  if (dryRun) {
+    overlay->push_back({record.offset, record.before});
+  } else if (_tr_maintainWriteDevice(fd, record.offset, record.before.data(),
+                                     record.before.size(), true) == -1) {
     return Outcome::kFailed;
   }
   out("%s: %s\n", describe(record).c_str(),
@@ -111,9 +136,10 @@ int restoreJournal(const std::string& path, const RestoreOptions& options) {
     return -1;
   }
   size_t counts[3] = {0, 0, 0};  // restored, skipped, changed
+  std::vector<Overlay> overlay;
   for (auto it = contents.records.rbegin(); it != contents.records.rend();
        ++it) {
-    const Outcome outcome = replay(fd, *it, options.dryRun);
+    const Outcome outcome = replay(fd, *it, options.dryRun, &overlay);
     if (outcome == Outcome::kFailed) return -1;
     ++counts[static_cast<int>(outcome)];
     if (outcome == Outcome::kChanged && !options.force) {
