@@ -18,6 +18,7 @@
 #include "console/options.h"
 #include "maintain/commands.h"
 #include "maintain/startup.h"
+#include "repair/restore.h"
 
 namespace tr {
 namespace {
@@ -240,6 +241,8 @@ int runConsole(const Options& options) {
   }
 
   const bool checked = quiet || options.scripted();
+  // Where output is read by scripts, writing commands say what they changed.
+  setKeepDeviceWrites(checked);
   bool failed = false;
   char line[kLineBufferSize];
   for (;;) {
@@ -265,6 +268,18 @@ int runConsole(const Options& options) {
   if (source.finish() == -1) return kExitUsage;
   if (InterruptScope::terminated()) return kExitTerminated;
   return options.scripted() && failed ? kExitFailed : kExitOk;
+}
+
+// The restore mode. Its writes, when journalled, name the restore's own
+// command line.
+int runRestore(const Options& options, int argc, char** argv) {
+  std::string line = "trellis-maintain";
+  for (int i = 1; i < argc; ++i) line += std::string(" ") + argv[i];
+  beginDeviceCommand(line);
+  RestoreOptions how;
+  how.force = options.force;
+  how.dryRun = options.dryRun;
+  return restoreJournal(options.restore, how) == -1 ? kExitFailed : kExitOk;
 }
 
 }  // namespace
@@ -300,6 +315,8 @@ int consoleMain(int argc, char** argv) {
   loadWriteSafety();
   if (!options.device.empty()) setDevicePath(options.device);
   if (!options.mediaDir.empty()) setMediaDir(options.mediaDir);
+  if (options.readOnly) setReadOnly(true);
+  if (!options.undo.empty()) setJournalPath(options.undo);
   switch (options.mode) {
     case Mode::kPrintUsage:
       printUsage();
@@ -311,6 +328,8 @@ int consoleMain(int argc, char** argv) {
       return runInventory(CheckSettings{options.json});
     case Mode::kCheck:
       return runCheck(CheckSettings{options.json});
+    case Mode::kRestore:
+      return runRestore(options, argc, argv);
     case Mode::kConsole:
       break;
   }

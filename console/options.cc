@@ -24,6 +24,9 @@ struct OptionRow {
 int usageError(const std::string& message);
 
 int setWholeCardMode(Options* options, Mode mode) {
+  if (options->mode == Mode::kRestore) {
+    return usageError("--restore is not used with --list or --check");
+  }
   if (options->mode != Mode::kConsole && options->mode != mode) {
     return usageError("--list and --check cannot be used together");
   }
@@ -99,6 +102,48 @@ const OptionRow kOptionRows[] = {
        o->json = true;
        return 0;
      }},
+    {'r', "read-only", nullptr,
+     "refuse every writing command; the device is\n"
+     "never opened for writing (also\n"
+     "TRELLIS_READ_ONLY=1)",
+     [](Options* o, const char*) {
+       o->readOnly = true;
+       return 0;
+     }},
+    {'u', "undo", "FILE",
+     "before each write to the device, append what\n"
+     "it replaces to the undo journal FILE and make\n"
+     "it durable (default: $TRELLIS_UNDO)",
+     [](Options* o, const char* v) {
+       o->undo = v;
+       return 0;
+     }},
+    {0, "restore", "FILE",
+     "put back what the undo journal FILE recorded,\n"
+     "newest first, where the device still holds\n"
+     "what was written; then exit",
+     [](Options* o, const char* v) {
+       if (o->mode == Mode::kList || o->mode == Mode::kCheck) {
+         return usageError("--restore is not used with --list or --check");
+       }
+       o->mode = Mode::kRestore;
+       o->restore = v;
+       return 0;
+     }},
+    {0, "force", nullptr,
+     "with --restore: go on past ranges changed\n"
+     "since, reporting each",
+     [](Options* o, const char*) {
+       o->force = true;
+       return 0;
+     }},
+    {0, "dry-run", nullptr,
+     "with --restore: say what would be restored,\n"
+     "write nothing",
+     [](Options* o, const char*) {
+       o->dryRun = true;
+       return 0;
+     }},
     {'h', "help", nullptr, "print this text and exit",
      [](Options* o, const char*) {
        o->mode = Mode::kPrintUsage;
@@ -165,8 +210,9 @@ std::string usageText() {
       "no command, 2 for a bad command line or a device that cannot be\n"
       "measured (then no command runs). With --list or --check it is 0 when\n"
       "all was listed or no problem found, 1 when a part could not be listed\n"
-      "or problems were found, 2 when the card could not be read. Otherwise\n"
-      "it is 0, or 2 for a bad command line.\n"
+      "or problems were found, 2 when the card could not be read. With\n"
+      "--restore it is 0 when every record was restored or found restored\n"
+      "already, else 1. Otherwise it is 0, or 2 for a bad command line.\n"
       "\n"
       "Example:\n"
       "  trellis-maintain -d card.img -m media -q -c 'maintain TrellisHead'\n"
@@ -238,6 +284,12 @@ int parseOptions(int argc, char** argv, Options* options) {
   }
   if (options->json && !wholeCard) {
     return usageError("--json goes with --list or --check");
+  }
+  if ((options->force || options->dryRun) && options->restore.empty()) {
+    return usageError("--force and --dry-run go with --restore only");
+  }
+  if (!options->restore.empty() && options->scripted()) {
+    return usageError("--restore runs no console lines: not with -c or -f");
   }
   return 0;
 }

@@ -14,7 +14,7 @@ namespace tr {
 // What the process does. kConsole runs the console loop; any other mode is
 // a case of its own in consoleMain(), which sets the card and the colours
 // for every mode first.
-enum class Mode { kConsole, kPrintUsage, kPrintVersion, kList, kCheck };
+enum class Mode { kConsole, kPrintUsage, kPrintVersion, kList, kCheck, kRestore };
 
 enum class ColourWhen { kAlways, kNever, kAuto };
 
@@ -27,6 +27,11 @@ struct Options {
   bool quiet = false;
   ColourWhen colour = ColourWhen::kAlways;
   bool json = false;  // --list and --check print JSON Lines
+  bool readOnly = false;  // -r; TRELLIS_READ_ONLY works as well
+  std::string undo;       // -u; empty: TRELLIS_UNDO, else no journal
+  std::string restore;    // --restore: the journal to replay (kRestore)
+  bool force = false;     // --force, with --restore only
+  bool dryRun = false;    // --dry-run, with --restore only
 
   // Command lines come from -c or -f, and the exit status tells how they
   // went.
