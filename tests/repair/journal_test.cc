@@ -1,8 +1,6 @@
-// Write safety: the undo journal read back after a cut or damage at any
-// byte, a journal that cannot be kept stopping the write it was for, the
-// read-only console that never opens the device for writing, and a whole
-// session undone from its journal.
-#include <fcntl.h>
+// The undo journal: read back after a cut or damage at any byte, stopping
+// the write it was for when it cannot be kept, and a whole session undone
+// from it.
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -15,9 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "base/device.h"
 #include "base/journal.h"
-#include "maintain/commands.h"
 #include "tests/support/golden.h"
 #include "tests/support/index_image.h"
 #include "tests/support/test_support.h"
@@ -129,43 +125,6 @@ TEST(JournalTest, AJournalThatCannotBeKeptLeavesTheDeviceAsItWas) {
     EXPECT_EQ(r.err, line + line);
     EXPECT_TRUE(readFile(image.path()) == before) << c.error;
   }
-}
-
-// Every command of the table with the console read-only: the writing ones
-// are refused by the dispatcher, and the device routines refuse on their
-// own; no open asks for write access.
-TEST(ReadOnlyTest, NoCommandOpensTheDeviceForWriting) {
-  TempDir dir;
-  CardImage image(dir.file("card.img"), kCard2G);
-  UseDevice use(image.path());
-  SysOverride seam;
-  static int writableOpens;
-  writableOpens = 0;
-  sys.open = [](const char* path, int flags) {
-    writableOpens += (flags & O_ACCMODE) != O_RDONLY;
-    return kSystemCalls.open(path, flags);
-  };
-  setReadOnly(true);
-  std::string refusals;
-  std::string expected;
-  for (const CommandRow& row : kCommands) {
-    char word[64];
-    char one[] = "1";
-    std::snprintf(word, sizeof word, "%s", row.word);
-    char* words[] = {word, one, one, one};
-    const Captured c = capture([&] { tr_maintain(wordCount(row.args), words); });
-    if (row.reader != nullptr) continue;
-    refusals += c.err;
-    expected += "maintain " + std::string(row.word) +
-                ": not written: the console is read-only (-r or "
-                "TRELLIS_READ_ONLY); start it without them to write\n";
-  }
-  const Captured direct =
-      capture([] { _tr_maintainOpenDevice(DeviceMode::kReadWrite); });
-  setReadOnly(false);
-  EXPECT_EQ(writableOpens, 0);
-  EXPECT_EQ(refusals, expected);
-  EXPECT_NE(direct.err.find("Read-only file system (30)"), std::string::npos);
 }
 
 // A session of all thirteen writing commands over two runs, journalled,
