@@ -111,6 +111,12 @@ int noteWrite(int fd, uint64_t offset, const void* buffer, size_t size,
 void setReadOnly(bool readOnly) { gReadOnly = readOnly; }
 bool readOnly() { return gReadOnly; }
 
+void reportReadOnly(const std::string& what) {
+  err("%s: not written: the console is read-only (-r or TRELLIS_READ_ONLY); "
+      "start it without them to write\n",
+      what.c_str());
+}
+
 int _tr_maintainOpenDevice(DeviceMode mode) {
   const bool write = mode == DeviceMode::kReadWrite;
   // The dispatcher refuses writing commands first; this keeps any other

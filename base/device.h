@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace tr {
 
@@ -20,6 +21,9 @@ constexpr const char kWriteSeekTitle[] = "WRITE LSEEK FAILED";
 // Read-only working: while set, the device is never opened for writing.
 void setReadOnly(bool readOnly);
 bool readOnly();
+// The one line a refused write prints on standard error, `what` naming it
+// ("maintain recException").
+void reportReadOnly(const std::string& what);
 
 // Opens deviceName. Returns the descriptor, or -1 after the open failure
 // block (a descriptor of 0 counts as a failure too). Read-write while the

@@ -62,6 +62,11 @@ struct JournalContents {
 int parseJournal(const std::string& text, JournalContents* contents,
                  std::string* error);
 
+// Whether every record was made on a device of `deviceSize` bytes, as the
+// device named deviceName is. -1 with `*why` saying otherwise.
+int checkJournalDevice(const JournalContents& contents, uint64_t deviceSize,
+                       std::string* why);
+
 // Reads and parses the journal file at `path`. -1 with `*error` saying why.
 int readJournalFile(const std::string& path, JournalContents* contents,
                     std::string* error);

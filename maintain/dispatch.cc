@@ -1,10 +1,10 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "base/device.h"
 #include "base/journal.h"
-#include "base/output.h"
 #include "base/platform.h"
 #include "format/device_layout.h"
 #include "format/index_layout.h"
@@ -27,9 +27,7 @@ const CommandRow* findCommand(const char* word, int count) {
 // is read-only; after success, the change lines of its writes (when kept).
 int runWriter(const CommandRow& row, const CommandCall& call) {
   if (readOnly()) {
-    err("maintain %s: not written: the console is read-only (-r or "
-        "TRELLIS_READ_ONLY); start it without them to write\n",
-        row.word);
+    reportReadOnly(std::string("maintain ") + row.word);
     return -1;
   }
   // A writer's read-modify-write is never cut in half by Ctrl-C.

@@ -1,8 +1,6 @@
 #include "repair/restore.h"
 
-#include <cerrno>
 #include <cstdint>
-#include <cstring>
 #include <vector>
 
 #include "base/device.h"
@@ -92,24 +90,15 @@ Outcome replay(int fd, const JournalRecord& record, bool dryRun,
 }
 
 // Whether every record was made on a device of the size the open one has.
+// -1 after the report, the device closed.
 int checkDeviceSize(int fd, const std::string& path,
                     const JournalContents& contents) {
   uint64_t size = 0;
-  if (measureDevice(fd, &size) == -1) {
-    return refuse(path, formatString("cannot measure %s: %s (%d)",
-                                     escapeControlBytes(deviceName).c_str(),
-                                     std::strerror(errno), errno));
-  }
-  for (const JournalRecord& record : contents.records) {
-    if (record.deviceSize == size) continue;
-    return refuse(path,
-                  formatString("it was made on a device of %llu bytes and %s "
-                               "holds %llu",
-                               static_cast<unsigned long long>(record.deviceSize),
-                               escapeControlBytes(deviceName).c_str(),
-                               static_cast<unsigned long long>(size)));
-  }
-  return 0;
+  if (measureDevice(fd, &size) == -1) return -1;
+  std::string why;
+  if (checkJournalDevice(contents, size, &why) == 0) return 0;
+  _tr_maintainCloseDevice(fd, false);
+  return refuse(path, why);
 }
 
 }  // namespace
@@ -124,17 +113,13 @@ int restoreJournal(const std::string& path, const RestoreOptions& options) {
         escapeControlBytes(path).c_str(), contents.wholeLength);
   }
   if (readOnly() && !options.dryRun) {
-    err("restore: not written: the console is read-only (-r or "
-        "TRELLIS_READ_ONLY); start it without them to write\n");
+    reportReadOnly("restore");
     return -1;
   }
   const int fd = _tr_maintainOpenDevice(options.dryRun ? DeviceMode::kReadOnly
                                                        : DeviceMode::kReadWrite);
   if (fd == -1) return -1;
-  if (checkDeviceSize(fd, path, contents) == -1) {
-    _tr_maintainCloseDevice(fd, false);
-    return -1;
-  }
+  if (checkDeviceSize(fd, path, contents) == -1) return -1;
   size_t counts[3] = {0, 0, 0};  // restored, skipped, changed
   std::vector<Overlay> overlay;
   for (auto it = contents.records.rbegin(); it != contents.records.rend();
