@@ -17,9 +17,9 @@ namespace {
 // write access.
 TEST(ReadOnlyTest, NoCommandOpensTheDeviceForWriting) {
   TempDir dir;
-  CardImage image(dir.file("card.img"), kCard2G);
-  UseDevice use(image.path());
-  SysOverride seam;
+  ASSERT_TRUE(sizeFile(dir.file("card.img"), 2147483648));
+  useDevice(dir.file("card.img"));
+  const SysCalls saved = sys;
   static int writableOpens = 0;
   sys.open = [](const char* path, int flags) {
     writableOpens += (flags & O_ACCMODE) != O_RDONLY;
@@ -42,6 +42,7 @@ TEST(ReadOnlyTest, NoCommandOpensTheDeviceForWriting) {
   const Captured direct =
       capture([] { _tr_maintainOpenDevice(DeviceMode::kReadWrite); });
   setReadOnly(false);
+  sys = saved;
   EXPECT_EQ(writableOpens, 0);
   EXPECT_EQ(refusals, expected);
   EXPECT_NE(direct.err.find("Read-only file system (30)"), std::string::npos);

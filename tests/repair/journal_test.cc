@@ -14,8 +14,6 @@
 #include <vector>
 
 #include "base/journal.h"
-#include "tests/support/golden.h"
-#include "tests/support/index_image.h"
 #include "tests/support/test_support.h"
 
 namespace tr {
@@ -29,7 +27,7 @@ std::string threeRecords(size_t* lastStart) {
     JournalRecord record;
     record.number = n;
     record.device = "/dev/mmc0";
-    record.deviceSize = kCard2G;
+    record.deviceSize = 2147483648;
     record.offset = 51200 * n;
     record.time = "2024-03-05T07:14:09Z";
     record.command = "maintain recException";
@@ -101,9 +99,9 @@ TEST(JournalTest, AJournalThatCannotBeKeptLeavesTheDeviceAsItWas) {
     GTEST_SKIP() << "no mount namespace of its own: " << std::strerror(errno);
   }
   TempDir dir;
-  CardImage image(dir.file("card.img"), 64 << 20);
-  image.putText(51200, std::string(400, 'x'));
-  const std::string before = readFile(image.path());
+  const std::string image = dir.file("card.img");
+  ASSERT_TRUE(sizeFile(image, 64 << 20) && poke(image, 51200, std::string(400, 'x')));
+  const std::string before = readFile(image);
   const struct {
     unsigned long flags;
     const char* error;
@@ -118,12 +116,12 @@ TEST(JournalTest, AJournalThatCannotBeKeptLeavesTheDeviceAsItWas) {
     writeFile(mnt + "/filler", std::string(1 << 20, 'f'));
     const RunResult r =
         runConsole("maintain recException\nmaintain memsetTrellisHead\n",
-                   {{"TRELLIS_DEVICE", image.path()},
+                   {{"TRELLIS_DEVICE", image},
                     {"TRELLIS_UNDO", mnt + "/j.undo"}});
     const std::string line = "undo journal " + mnt + "/j.undo: " + c.error +
                              "; nothing written to the device\n";
     EXPECT_EQ(r.err, line + line);
-    EXPECT_TRUE(readFile(image.path()) == before) << c.error;
+    EXPECT_TRUE(readFile(image) == before) << c.error;
   }
 }
 
@@ -134,25 +132,22 @@ TEST(JournalTest, AJournalThatCannotBeKeptLeavesTheDeviceAsItWas) {
 // 51328 + 5355877 - 4320800 + 43208 = 1129613.
 class UndoSessionTest : public testing::TestWithParam<bool> {
  protected:
-  UndoSessionTest() : image_(dir_.file("card.img"), 1 << 30) {
-    for (uint64_t base : {51328, 5407205, 10763082, 16118959}) {
-      putIndexDimensions(image_, base, 16, 32, 100);
-    }
-    image_.putText(51200, "TR_V001");
-    image_.put64(51208, 51328);
-    runProgram({"cp", "--sparse=always", image_.path(), dir_.file("orig")}, "",
-               {});
-  }
   void SetUp() override {
+    ASSERT_TRUE(sizeFile(image_, 1 << 30) && poke(image_, 51200, std::string("TR_V001\0", 8) + le(51328, 8)));
+    for (uint64_t base : {51328, 5407205, 10763082, 16118959}) {
+      ASSERT_TRUE(poke(image_, base, std::string("IDX_01\0", 7)) &&
+                  poke(image_, base + 144, le(16, 4) + le(32, 4) + le(100, 4)));
+    }
+    runProgram({"cp", "--sparse=always", image_, dir_.file("orig")}, "", {});
     if (!GetParam()) return;
     if (::geteuid() != 0) GTEST_SKIP() << "needs root";
     const RunResult r =
-        runProgram({"losetup", "--find", "--show", image_.path()}, "", {});
+        runProgram({"losetup", "--find", "--show", image_}, "", {});
     if (r.status != 0) GTEST_SKIP() << "no loop device: " << r.err;
     device_ = r.out.substr(0, r.out.find('\n'));
   }
   void TearDown() override {
-    if (device_ != image_.path()) {
+    if (device_ != image_) {
       runProgram({"losetup", "--detach", device_}, "", {});
     }
   }
@@ -171,15 +166,9 @@ class UndoSessionTest : public testing::TestWithParam<bool> {
     }
     return offsets;
   }
-  void poke(uint64_t at, char byte) {
-    runProgram({"dd", "of=" + device_, "bs=1", "seek=" + std::to_string(at),
-                "conv=notrunc", "status=none"},
-               std::string(1, byte), {});
-  }
-
   TempDir dir_;
-  CardImage image_;
-  std::string device_ = image_.path();
+  const std::string image_ = dir_.file("card.img");
+  std::string device_ = image_;
 };
 
 std::string lastLine(const std::string& text) {
@@ -203,7 +192,7 @@ TEST_P(UndoSessionTest, EveryWriteComesBackFromTheJournal) {
             "17 would be restored, 0 skipped, 0 changed since\n");
 
   // The auxiliary head changed after the session: the restore stops there.
-  poke(1129618, '\x55');
+  ASSERT_TRUE(poke(device_, 1129618, "\x55"));
   const RunResult stopped = run({"--restore", journal});
   EXPECT_EQ(stopped.status, 1);
   EXPECT_NE(stopped.err.find(
@@ -217,7 +206,7 @@ TEST_P(UndoSessionTest, EveryWriteComesBackFromTheJournal) {
   EXPECT_EQ(forced.status, 1);
   EXPECT_EQ(lastLine(forced.out), "9 restored, 7 skipped, 1 changed since\n");
   EXPECT_EQ(changes(), (std::vector<uint64_t>{1129615, 1129616, 1129618}));
-  poke(1129618, '\0');
+  ASSERT_TRUE(poke(device_, 1129618, std::string(1, '\0')));
   // Records 8 to 1 take the headers, which --force put back already,
   // through their history once more, to the same end.
   const RunResult done = run({"--restore", journal, "-u", dir_.file("k")});
@@ -229,9 +218,9 @@ TEST_P(UndoSessionTest, EveryWriteComesBackFromTheJournal) {
   ASSERT_EQ(readJournalFile(dir_.file("k"), &redo, &error), 0) << error;
   EXPECT_EQ(redo.records.size(), 9u);
 
-  CardImage small(dir_.file("small.img"), 1 << 20);
+  ASSERT_TRUE(sizeFile(dir_.file("small.img"), 1 << 20));
   const RunResult other = runProgram(
-      {TRELLIS_MAINTAIN_BIN, "-d", small.path(), "--restore", journal}, "", {});
+      {TRELLIS_MAINTAIN_BIN, "-d", dir_.file("small.img"), "--restore", journal}, "", {});
   EXPECT_EQ(other.status, 1);
   EXPECT_NE(other.err.find("made on a device of 1073741824 bytes"),
             std::string::npos);
