@@ -52,6 +52,9 @@ const std::pair<const char*, const char*> kParseCases[] = {
     {"--json", "--json goes with --list or --check"},
     {"--list|--check", "--list and --check cannot be used together"},
     {"--check|-c|x", "--list and --check run no console lines (-c, -f)"},
+    {"--dry-run", "--force and --dry-run go with --restore only"},
+    {"--restore=j|-f|x", "--restore runs no console lines: not with -c or -f"},
+    {"--restore=j|--list", "--restore is not used with --list or --check"},
 };
 
 TEST(OptionsTest, ParsesOrRefusesWithOneLineAndTheUsage) {
