@@ -116,6 +116,9 @@ int restoreJournal(const std::string& path, const RestoreOptions& options) {
     reportReadOnly("restore");
     return -1;
   }
+  // Like a writing command, the replay holds the device locked for itself
+  // (the read-write open takes the lock) and is not cut short by Ctrl-C.
+  const SignalsHeld held;
   const int fd = _tr_maintainOpenDevice(options.dryRun ? DeviceMode::kReadOnly
                                                        : DeviceMode::kReadWrite);
   if (fd == -1) return -1;
