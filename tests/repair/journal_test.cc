@@ -9,7 +9,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -133,12 +132,14 @@ TEST(JournalTest, AJournalThatCannotBeKeptLeavesTheDeviceAsItWas) {
 class UndoSessionTest : public testing::TestWithParam<bool> {
  protected:
   void SetUp() override {
-    ASSERT_TRUE(sizeFile(image_, 1 << 30) && poke(image_, 51200, std::string("TR_V001\0", 8) + le(51328, 8)));
-    for (uint64_t base : {51328, 5407205, 10763082, 16118959}) {
-      ASSERT_TRUE(poke(image_, base, std::string("IDX_01\0", 7)) &&
-                  poke(image_, base + 144, le(16, 4) + le(32, 4) + le(100, 4)));
+    for (const std::string& card : {image_, dir_.file("orig")}) {
+      ASSERT_TRUE(sizeFile(card, 1 << 30) &&
+                  poke(card, 51200, std::string("TR_V001\0", 8) + le(51328, 8)));
+      for (uint64_t base : {51328, 5407205, 10763082, 16118959}) {
+        ASSERT_TRUE(poke(card, base, std::string("IDX_01\0", 7)) &&
+                    poke(card, base + 144, le(16, 4) + le(32, 4) + le(100, 4)));
+      }
     }
-    runProgram({"cp", "--sparse=always", image_, dir_.file("orig")}, "", {});
     if (!GetParam()) return;
     if (::geteuid() != 0) GTEST_SKIP() << "needs root";
     const RunResult r =
@@ -156,13 +157,21 @@ class UndoSessionTest : public testing::TestWithParam<bool> {
     args.insert(args.begin(), {TRELLIS_MAINTAIN_BIN, "-d", device_});
     return runProgram(args, "", {});
   }
-  // Where the device differs from the card as it was made.
+  // Where the device differs from the card as it was made, read through
+  // the device itself (a loop device's writes may not have reached its
+  // image yet). Past the index files the card was made all zeros.
   std::vector<uint64_t> changes() {
-    std::istringstream lines(
-        runProgram({"cmp", "-l", device_, dir_.file("orig")}, "", {}).out);
+    constexpr size_t kMade = 32 << 20, kChunk = 4 << 20;
+    const std::string made = peek(dir_.file("orig"), 0, kMade);
+    const std::string zeros(kChunk, '\0');
     std::vector<uint64_t> offsets;
-    for (uint64_t at, was, is; lines >> at >> was >> is;) {
-      offsets.push_back(at - 1);  // cmp counts from 1
+    for (uint64_t at = 0; at < (1 << 30); at += kChunk) {
+      const std::string is = peek(device_, at, kChunk);
+      const char* was = at < kMade ? &made[at] : zeros.data();
+      if (is.size() == kChunk && std::memcmp(is.data(), was, kChunk) == 0) continue;
+      for (size_t i = 0; i < kChunk; ++i) {
+        if (i >= is.size() || is[i] != was[i]) offsets.push_back(at + i);
+      }
     }
     return offsets;
   }
