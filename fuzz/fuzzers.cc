@@ -12,9 +12,11 @@
 // block of exactly its own size, so a read past it is caught.
 //
 // image_fuzzer: start-up on a sparse image of a size the input picks, then
-// one of the 38 commands with numbers from the input. Every byte read from
-// the device or a data file is replaced by the input's next bytes, so the
-// records hold anything; the input may also make one system call fail.
+// one of the 38 commands with numbers from the input, or (a command byte of
+// 0xF0 and above) the whole-card inventory or check, as text or JSON. Every
+// byte read from the device or a data file is replaced by the input's next
+// bytes, so the records hold anything; the input may also make one system
+// call fail.
 // Input: device size class, command row, data file size class, fault (0xC0
 // and above: bits 0-2 the call, bits 3-5 which of its calls), three
 // numbers, then the bytes the reads return.
@@ -34,6 +36,7 @@
 #include <vector>
 
 #include "base/output.h"
+#include "check/check.h"
 #include "console/console.h"
 #include "format/aux_context.h"
 #include "format/aux_head.h"
@@ -235,8 +238,13 @@ int redirectOpenFile(const char*, int flags, mode_t mode) {
 }
 
 void imageInput(Bytes& in) {
-  const uint64_t deviceSize = kDeviceSizes[in.take<uint8_t>() % std::size(kDeviceSizes)];
-  const CommandRow& row = kCommands[in.take<uint8_t>() % kCommandCount];
+  const uint8_t sizeClass = in.take<uint8_t>();
+  const uint8_t command = in.take<uint8_t>();
+  // The whole-card modes read every index region whole: cards up to 1 GiB
+  // keep one run in milliseconds.
+  const size_t classes = command < 0xF0 ? std::size(kDeviceSizes) : 9;
+  const uint64_t deviceSize = kDeviceSizes[sizeClass % classes];
+  const CommandRow& row = kCommands[command % kCommandCount];
   const int64_t dataSize = kDataSizes[in.take<uint8_t>() % std::size(kDataSizes)];
   const uint8_t fault = in.take<uint8_t>();
   std::vector<std::string> words(1, row.word);
@@ -258,8 +266,17 @@ void imageInput(Bytes& in) {
   if (fault >= 0xC0) ledger.fail({static_cast<Call>(1 + (fault & 7)), 1 + ((fault >> 3) & 7)});
   std::vector<char*> argv;
   for (std::string& word : words) argv.push_back(&word[0]);
-  tr_maintain(static_cast<int>(argv.size()), argv.data());
-  checkReturned(ledger, row.word);
+  if (command < 0xF0) {
+    tr_maintain(static_cast<int>(argv.size()), argv.data());
+    checkReturned(ledger, row.word);
+    return;
+  }
+  CheckSettings settings;
+  settings.json = (command & 1) != 0;
+  const int status = (command & 2) != 0 ? runCheck(settings)
+                                        : runInventory(settings);
+  if (status < kCardClean || status > kCardUnreadable) std::abort();
+  checkReturned(ledger, "the whole-card commands");
 }
 
 }  // namespace
