@@ -47,8 +47,9 @@ struct Session {
   Session(const std::string& in, const EnvList& e) : input(in), env(e) {}
   std::string input;
   EnvList env;
-  int closed = 0;     // bit n set: descriptor n closed
-  int terminal = -1;  // standard output, instead of a file
+  int closed = 0;       // bit n set: descriptor n closed
+  int terminal = -1;    // a terminal for descriptor `onTerminal`
+  int onTerminal = 1;   // instead of its file
   std::function<void(pid_t)> meanwhile;
   std::string out;
   std::string err;  // timestamps masked
@@ -62,13 +63,13 @@ Session run(Session s) {
   TempDir io;
   writeFile(io.file("in"), s.input);
   auto file = [&](int fd, const char* name, int flags) {
+    if (fd == s.onTerminal && s.terminal >= 0) return dup(s.terminal);
     return (s.closed >> fd & 1) != 0 ? -1
                                      : open(io.file(name).c_str(), flags, 0644);
   };
-  const int fds[3] = {
-      file(0, "in", O_RDONLY),
-      s.terminal >= 0 ? dup(s.terminal) : file(1, "out", O_WRONLY | O_CREAT),
-      file(2, "err", O_WRONLY | O_CREAT)};
+  const int fds[3] = {file(0, "in", O_RDONLY),
+                      file(1, "out", O_WRONLY | O_CREAT),
+                      file(2, "err", O_WRONLY | O_CREAT)};
   const pid_t pid = spawn({TRELLIS_MAINTAIN_BIN}, s.env, fds);
   for (int fd : fds) close(fd);
   if (s.meanwhile) s.meanwhile(pid);
@@ -221,23 +222,60 @@ TEST(HazardTest, ASignalDuringACopyKeepsNothing) {
   }
 }
 
-TEST(HazardTest, CardTextIsEscapedOnATerminal) {
-  TempDir dir;
-  const std::string card = dir.file("card.img");
-  ASSERT_TRUE(sizeFile(card, kCard) && poke(card, kPic, "\x1b]0;x\a"));
+// `s` run with descriptor `fd` on a terminal: what the terminal showed.
+std::string onTerminal(Session* s, int fd) {
   const int master = posix_openpt(O_RDWR | O_NOCTTY);
-  ASSERT_TRUE(master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0);
-  Session s("maintain picIndexFileHead\n", {{"TRELLIS_DEVICE", card}});
-  s.terminal = open(ptsname(master), O_RDWR | O_NOCTTY);
-  run(s);
-  close(s.terminal);
+  if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) return "";
+  s->terminal = open(ptsname(master), O_RDWR | O_NOCTTY);
+  s->onTerminal = fd;
+  *s = run(*s);
+  close(s->terminal);
   std::string screen;
   char buf[4096];
   for (ssize_t got; (got = read(master, buf, sizeof buf)) > 0;)
     screen.append(buf, got);
   close(master);
+  return screen;
+}
+
+TEST(HazardTest, CardTextIsEscapedOnATerminal) {
+  TempDir dir;
+  const std::string card = dir.file("card.img");
+  ASSERT_TRUE(sizeFile(card, kCard) && poke(card, kPic, "\x1b]0;x\a"));
+  Session s("maintain picIndexFileHead\n", {{"TRELLIS_DEVICE", card}});
+  const std::string screen = onTerminal(&s, 1);
   EXPECT_TRUE(has(screen, "\x1b[31m\\x1b]0;x\\x07\x1b[0m\r\n")) << screen;
   EXPECT_FALSE(has(screen, "\x1b]"));
+}
+
+// A copy of more than 64 MiB shows its progress on a terminal: once its
+// first block is out, the copy is held still for half a second, so at least
+// one line is due, and the line is wiped before the result is printed.
+TEST(HazardTest, ALongCopyShowsProgressOnATerminalOnly) {
+  TempDir dir;
+  Session s(kRecData, makeCard(dir, 256 << 20, 256 << 20));
+  s.meanwhile = [&](pid_t pid) {
+    struct stat st;
+    for (int i = 0; i < 600000; ++i) {
+      if (stat(dir.file("media/00001_0001.mp4").c_str(), &st) == 0 &&
+          st.st_size > 0)
+        break;
+      usleep(100);
+    }
+    kill(pid, SIGSTOP);
+    usleep(500000);
+    kill(pid, SIGCONT);
+  };
+  const std::string screen = onTerminal(&s, 2);
+  EXPECT_TRUE(has(s.out, "[SUCCESS] Extracted 268435456 bytes")) << s.out;
+  const size_t line = screen.find(" of 268435456 bytes (");
+  const size_t wipe = screen.find_last_of('\r', screen.size() - 2);
+  EXPECT_TRUE(line != std::string::npos && screen.back() == '\r' &&
+              screen.find_first_not_of(' ', wipe + 1) == screen.size() - 1)
+      << testing::PrintToString(screen);
+  s.terminal = -1;
+  unlink(dir.file("media/00001_0001.mp4").c_str());
+  EXPECT_EQ(run(s).err, "");
 }
 
 // Command, segment length, what it prints. The data files hold 32 MiB:
