@@ -56,14 +56,23 @@ bool waitForInput() {
   }
 }
 
-// TRELLIS_READ_ONLY set to anything but "" or "0" makes the console
-// read-only; TRELLIS_UNDO names the undo journal.
-void loadWriteSafety() {
+// TRELLIS_READ_ONLY=1 makes the console read-only, 0 (or empty, or unset)
+// leaves writing allowed; any other value is refused rather than read as
+// either, since the engineer meant one of them. TRELLIS_UNDO names the undo
+// journal. -1 after one line on standard error.
+int loadWriteSafety() {
   const char* readOnlyValue = std::getenv("TRELLIS_READ_ONLY");
   const char* undo = std::getenv("TRELLIS_UNDO");
-  setReadOnly(readOnlyValue != nullptr && *readOnlyValue != '\0' &&
-              std::strcmp(readOnlyValue, "0") != 0);
+  const std::string readOnlyText = readOnlyValue == nullptr ? "" : readOnlyValue;
+  if (readOnlyText != "" && readOnlyText != "0" && readOnlyText != "1") {
+    err("trellis-maintain: TRELLIS_READ_ONLY is '%s': set it to 1 to refuse "
+        "writing, or to 0 to allow it\n",
+        escapeControlBytes(readOnlyText).c_str());
+    return -1;
+  }
+  setReadOnly(readOnlyText == "1");
   setJournalPath(undo == nullptr ? "" : undo);
+  return 0;
 }
 
 bool wordIs(const tr_LineParser* words, const char* text) {
@@ -312,7 +321,7 @@ int consoleMain(int argc, char** argv) {
   // Every mode works on the same card, in the same colours.
   setColourEnabled(colourWanted(options.colour));
   loadPlatform();
-  loadWriteSafety();
+  if (loadWriteSafety() == -1) return kExitUsage;
   if (!options.device.empty()) setDevicePath(options.device);
   if (!options.mediaDir.empty()) setMediaDir(options.mediaDir);
   if (options.readOnly) setReadOnly(true);

@@ -113,7 +113,7 @@ TEST_F(ScriptTest, ExitStatusTellsWhetherEveryCommandSucceeded) {
     int status;
     std::string errHas;  // a part of standard error; "": none at all
     std::string out;     // the whole of standard output; "*": any
-    const char* noColor = nullptr;
+    EnvList env = {};
   } cases[] = {
       {"-qd|CARD|-c|maintain recDataFileHead 2|-c|exit|-c|maintain nosuch", "",
        0, "", "*"},
@@ -124,7 +124,7 @@ TEST_F(ScriptTest, ExitStatusTellsWhetherEveryCommandSucceeded) {
       {"-qd|CARD|-m|DIR|--color=auto|-c|maintain recData 1 1", "", 1, "",
        plain},
       {"-qd|CARD|-m|DIR|--color=always|-c|maintain recData 1 1", "", 1, "",
-       plain, "1"},
+       plain, {{"NO_COLOR", "1"}}},
       {"-qd|CARD|-f|DIR/script", "", 1, "fileNum INVALID", "*"},
       {"-qd|CARD", "maintain recNormall\n", 0,
        "maintain: recNormall: no such command; closest: recNormal\n", ""},
@@ -132,6 +132,14 @@ TEST_F(ScriptTest, ExitStatusTellsWhetherEveryCommandSucceeded) {
        "/none: no size could be measured; no command was run\n", ""},
       {"-qd|CARD|-f|DIR/none", "", 2, "/none: No such file", ""},
       {"-c", "", 2, "option --command needs a value (LINE)\n", ""},
+      // Read-only from the environment: 1, or a value that means neither.
+      {"-qd|CARD|-c|maintain recNormal", "", 1,
+       "maintain recNormal: not written: the console is read-only", "",
+       {{"TRELLIS_READ_ONLY", "1"}}},
+      {"-qd|CARD|-c|maintain recNormal", "", 2,
+       "TRELLIS_READ_ONLY is 'yes': set it to 1 to refuse writing, or to 0 "
+       "to allow it\n",
+       "", {{"TRELLIS_READ_ONLY", "yes"}}},
       // A script's last line needs no newline; a line too long for the
       // console runs nothing rather than a command cut short.
       {"-qd|CARD|-f|-", "maintain recDataFileHead 1", 0, "", "*"},
@@ -149,9 +157,7 @@ TEST_F(ScriptTest, ExitStatusTellsWhetherEveryCommandSucceeded) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.args);
-    const RunResult r =
-        run(split(c.args), c.input,
-            c.noColor ? EnvList{{"NO_COLOR", c.noColor}} : EnvList{});
+    const RunResult r = run(split(c.args), c.input, c.env);
     EXPECT_EQ(r.status, c.status) << r.err;
     EXPECT_NE(r.err.find(c.errHas), std::string::npos) << r.err;
     EXPECT_EQ(c.errHas.empty() ? r.err : "", "");
