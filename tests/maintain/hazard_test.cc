@@ -19,6 +19,7 @@
 #include <functional>
 #include <string>
 #include <tuple>
+#include <vector>
 
 #include "tests/support/test_support.h"
 
@@ -47,6 +48,7 @@ struct Session {
   Session(const std::string& in, const EnvList& e) : input(in), env(e) {}
   std::string input;
   EnvList env;
+  std::vector<std::string> args;  // the console's options
   int closed = 0;       // bit n set: descriptor n closed
   int terminal = -1;    // a terminal for descriptor `onTerminal`
   int onTerminal = 1;   // instead of its file
@@ -70,7 +72,9 @@ Session run(Session s) {
   const int fds[3] = {file(0, "in", O_RDONLY),
                       file(1, "out", O_WRONLY | O_CREAT),
                       file(2, "err", O_WRONLY | O_CREAT)};
-  const pid_t pid = spawn({TRELLIS_MAINTAIN_BIN}, s.env, fds);
+  std::vector<std::string> argv = {TRELLIS_MAINTAIN_BIN};
+  argv.insert(argv.end(), s.args.begin(), s.args.end());
+  const pid_t pid = spawn(argv, s.env, fds);
   for (int fd : fds) close(fd);
   if (s.meanwhile) s.meanwhile(pid);
   struct rusage usage;
@@ -238,14 +242,22 @@ std::string onTerminal(Session* s, int fd) {
   return screen;
 }
 
+// Card text is escaped, and --color=auto colours, only when standard output
+// is the terminal: with standard input on it instead, the bytes stay as
+// stored and no colour is added.
 TEST(HazardTest, CardTextIsEscapedOnATerminal) {
   TempDir dir;
   const std::string card = dir.file("card.img");
   ASSERT_TRUE(sizeFile(card, kCard) && poke(card, kPic, "\x1b]0;x\a"));
-  Session s("maintain picIndexFileHead\n", {{"TRELLIS_DEVICE", card}});
+  Session s("", {{"TRELLIS_DEVICE", card}});
+  s.args = {"--color=auto", "-c", "maintain picIndexFileHead"};
+  Session typed = s;
   const std::string screen = onTerminal(&s, 1);
   EXPECT_TRUE(has(screen, "\x1b[31m\\x1b]0;x\\x07\x1b[0m\r\n")) << screen;
   EXPECT_FALSE(has(screen, "\x1b]"));
+  onTerminal(&typed, 0);
+  EXPECT_TRUE(has(typed.out, "\x1b]0;x\a\n") && !has(typed.out, "\x1b["))
+      << typed.out;
 }
 
 // A copy of more than 64 MiB shows its progress on a terminal: once its
