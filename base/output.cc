@@ -143,23 +143,46 @@ void printFlagField(const char* label, uint64_t value) {
                                 value != 0 ? kGreen : kRed);
 }
 
+const TextStyle kControlEscaped = {false, false, false, "", false, false};
+const TextStyle kLineEscaped = {false, false, false, "\\", false, false};
+const TextStyle kQuotedText = {true, true, true, "\"\\", true, false};
+const TextStyle kQuotedBytes = {true, true, true, "\"\\", false, false};
+const TextStyle kJsonString = {false, true, true, "\"\\", true, true};
+
+std::string escapedText(const char* bytes, size_t size,
+                        const TextStyle& style) {
+  std::string text = style.quoted ? "\"" : "";
+  text.reserve(size + 2);
+  for (size_t i = 0; i < size; ++i) {
+    const char c = bytes[i];
+    const unsigned char byte = static_cast<unsigned char>(c);
+    if (byte == 0 && style.untilNul) break;
+    const bool special = byte != 0 && std::strchr(style.special, c) != nullptr;
+    if (special && style.specialAsBackslash) {
+      text += '\\';
+      text += c;
+    } else if (special || byte < 0x20 || byte == 0x7f ||
+               (byte > 0x7f && style.highBytes)) {
+      char escaped[8];
+      if (style.unicode) {
+        std::snprintf(escaped, sizeof escaped, "\\u%04x", byte);
+      } else {
+        std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
+      }
+      text += escaped;
+    } else {
+      text += c;
+    }
+  }
+  if (style.quoted) text += '"';
+  return text;
+}
+
 std::string storedText(const char* stored, size_t size) {
   // Standard output stays where the console found it: asked once.
   static const bool terminal = ::isatty(STDOUT_FILENO) == 1;
-  std::string text(stored, size);
-  if (!terminal) return text;
-  std::string shown;
-  for (const char c : text) {
-    const unsigned char byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7f) {
-      char escaped[8];
-      std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
-      shown += escaped;
-    } else {
-      shown += c;
-    }
-  }
-  return shown;
+  if (!terminal) return std::string(stored, size);
+  return escapedText(stored, size, kControlEscaped);
 }
 
 void printMagicField(const char* stored, size_t size, const char* expected) {

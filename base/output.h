@@ -47,6 +47,38 @@ void errPerror(const char* message);
 std::string tableWord(const char* const* table, size_t entries,
                       uint64_t value);
 
+// How text from the card, or any text a user or a file supplied, is
+// written where it is shown, so that no byte of it can act there (move a
+// terminal's cursor, end a JSON string, forge a line of a journal). Control
+// bytes (below 0x20, and 0x7f) are always escaped; a style says what else.
+struct TextStyle {
+  bool untilNul;        // the text ends at its first NUL
+  bool quoted;          // written between double quotes
+  bool highBytes;       // bytes from 0x80 on are escaped too
+  const char* special;  // further characters that are escaped
+  bool specialAsBackslash;  // those after a backslash, else as the others
+  bool unicode;  // an escaped byte as "\u00NN", else as "\xNN"
+};
+// Control bytes as "\xNN": what a terminal is shown.
+extern const TextStyle kControlEscaped;
+// Control bytes and backslashes as "\xNN": one line that reads back
+// unambiguously (the undo journal, diagnostics naming a path).
+extern const TextStyle kLineEscaped;
+// "...", up to the first NUL, '"' and '\' after a backslash, the rest past
+// printable ASCII as "\xNN": card text in a report line.
+extern const TextStyle kQuotedText;
+// The same with every escape as "\xNN": a value in a change line.
+extern const TextStyle kQuotedBytes;
+// A JSON string: control bytes and bytes past ASCII as "\u00NN".
+extern const TextStyle kJsonString;
+
+std::string escapedText(const char* bytes, size_t size,
+                        const TextStyle& style);
+inline std::string escapedText(const std::string& text,
+                               const TextStyle& style) {
+  return escapedText(text.data(), text.size(), style);
+}
+
 // `size` bytes of text stored on the card, to be printed. On a terminal
 // every control byte (below 0x20, and 0x7f) shows as "\xNN", so a damaged
 // or hostile card cannot move the cursor, clear the screen or retitle the
