@@ -9,7 +9,6 @@
 #include <cstring>
 #include <string>
 
-#include "base/journal.h"
 #include "base/output.h"
 #include "base/platform.h"
 
@@ -17,6 +16,7 @@ namespace tr {
 namespace {
 
 bool gReadOnly = false;
+WriteWatcher gWatcher = nullptr;
 
 void printDevice() { err("  Device: %s\n", deviceName.c_str()); }
 
@@ -91,15 +91,16 @@ int checkOpenedDevice(int fd, DeviceMode mode) {
   return 0;
 }
 
-// Reads and notes what the write about to be made replaces.
-int noteWrite(int fd, uint64_t offset, const void* buffer, size_t size,
-              bool showOffset) {
+// Reads what the write about to be made replaces and shows it to the
+// watcher.
+int watchWrite(int fd, uint64_t offset, const void* buffer, size_t size,
+               bool showOffset) {
   std::string before(size, '\0');
   if (_tr_maintainReadDevice(fd, offset, &before[0], size, nullptr,
                              kReadSeekTitle, showOffset) == -1) {
     return -1;
   }
-  if (noteDeviceWrite(fd, offset, before, buffer, size) == -1) {
+  if (gWatcher(fd, offset, before, buffer, size) == -1) {
     _tr_maintainCloseDevice(fd, false);
     return -1;
   }
@@ -109,6 +110,7 @@ int noteWrite(int fd, uint64_t offset, const void* buffer, size_t size,
 }  // namespace
 
 void setReadOnly(bool readOnly) { gReadOnly = readOnly; }
+void setWriteWatcher(WriteWatcher watcher) { gWatcher = watcher; }
 bool readOnly() { return gReadOnly; }
 
 void reportReadOnly(const std::string& what) {
@@ -171,8 +173,8 @@ int _tr_maintainReadDevice(int fd, uint64_t offset, void* buffer, size_t size,
 
 int _tr_maintainWriteDevice(int fd, uint64_t offset, const void* buffer,
                             size_t size, bool showOffset) {
-  if (deviceWritesNoted() &&
-      noteWrite(fd, offset, buffer, size, showOffset) == -1) {
+  if (gWatcher != nullptr &&
+      watchWrite(fd, offset, buffer, size, showOffset) == -1) {
     return -1;
   }
   if (!seekTo(fd, offset)) {

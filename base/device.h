@@ -38,12 +38,21 @@ int _tr_maintainReadDevice(int fd, uint64_t offset, void* buffer, size_t size,
                            const char* offsetLabel, const char* seekTitle,
                            bool showOffset);
 
-// Seeks to `offset` and writes exactly `size` bytes from `buffer`. When the
-// writes are noted (an undo journal, the change lines), the bytes there are
-// read first and noted, the record made durable; a read or a journal that
-// fails ends the access before anything is written.
+// Seeks to `offset` and writes exactly `size` bytes from `buffer`. When a
+// watcher is set, the bytes there are read first and handed to it with
+// the new ones; a read or a watcher that fails ends the access before
+// anything is written.
 int _tr_maintainWriteDevice(int fd, uint64_t offset, const void* buffer,
                             size_t size, bool showOffset);
+
+// Watches the writes to the device: called before each write on the open
+// device `fd` with what the device holds at `offset` and the `size` bytes
+// about to be written there. 0 lets the write go ahead; -1, after the
+// watcher's own report, stops it. The undo journal and the change lines
+// set one, from above; null watches nothing.
+using WriteWatcher = int (*)(int fd, uint64_t offset, const std::string& before,
+                             const void* after, size_t size);
+void setWriteWatcher(WriteWatcher watcher);
 
 // The size in bytes of the device open on `fd`: a regular file (a card
 // image) by its length, anything else by the block-device size request.

@@ -73,7 +73,7 @@ const char* envOrEmpty(const char* name) {
 const SysCalls kSystemCalls = {
     sysOpen,     sysLseek,    ::read,          ::write,
     ::close,     ::fstat,     sysBlockDeviceSize,
-    ::flock,     sysMakeBlocking,              sysOpenFile,
+    ::flock,     ::fsync,     sysMakeBlocking, sysOpenFile,
     ::fdopen,    sysFtruncate, ::unlink,       sysFseek,
     ::fread,     ::fwrite,    ::fclose,        sysMalloc,
     std::free,

@@ -50,6 +50,7 @@ struct SysCalls {
   int (*fstat)(int fd, struct stat* st);
   int (*blockDeviceSize)(int fd, uint64_t* bytes);  // BLKGETSIZE64
   int (*flock)(int fd, int operation);
+  int (*fsync)(int fd);
   int (*makeBlocking)(int fd);  // clears O_NONBLOCK
   // Data files and the files media are copied into.
   int (*openFile)(const char* path, int flags, mode_t mode);

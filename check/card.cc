@@ -11,13 +11,6 @@
 
 namespace tr {
 
-const IndexFileDef kIndexFileDefs[4] = {
-    {"recordIndexFile", "rec", kRecordKind, false},
-    {"backup recordIndexFile", "recBackUp", kRecordKind, true},
-    {"pictureIndexFile", "pic", kPictureKind, false},
-    {"backup pictureIndexFile", "picBackUp", kPictureKind, true},
-};
-
 CardSession::~CardSession() {
   if (fd_ != -1) _tr_maintainCloseDevice(fd_, false);
 }
@@ -40,12 +33,7 @@ int CardSession::close() {
 }
 
 uint64_t CardSession::base(const IndexFileDef& file) const {
-  if (file.kind == kRecordKind) {
-    return file.backup ? layout_.idxFileBackupOffsetAV
-                       : layout_.idxFileOffsetAV;
-  }
-  return file.backup ? layout_.idxFileBackupOffsetPic
-                     : layout_.idxFileOffsetPic;
+  return indexFileStart(file, layout_);
 }
 
 bool CardSession::indexFilesHoldTheirRegions() const {

@@ -9,21 +9,10 @@
 #include <cstdint>
 #include <string>
 
+#include "format/index_files.h"
 #include "format/trellis_head.h"
 
 namespace tr {
-
-// One of the four index files, named as the console's help text names it,
-// with the prefix of the console commands that print its records.
-struct IndexFileDef {
-  const char* name;    // "backup recordIndexFile"
-  const char* prefix;  // "recBackUp"
-  uint32_t kind;       // 1 record, 2 picture
-  bool backup;
-};
-
-// Record, record backup, picture, picture backup: the order on the device.
-extern const IndexFileDef kIndexFileDefs[4];
 
 class CardSession {
  public:

@@ -110,7 +110,7 @@ int CardCheck::walkDataFiles(Side* primary, Side* backup) {
   };
   auto checkSegment = [this, kind](const Place& where,
                                    const unsigned char* bytes) {
-    if (bytes[offsetof(tr_RecDataFileInfo, inUse)] == 0) return;
+    if (!segmentInUse(bytes)) return;
     if (kind == kRecordKind) {
       checkRecSegment(where, copyOut<tr_RecDataFileInfo>(bytes), &sizes_,
                       report_);
@@ -119,14 +119,11 @@ int CardCheck::walkDataFiles(Side* primary, Side* backup) {
                       report_);
     }
   };
-  static_assert(offsetof(tr_JPGDataFileInfo, inUse) ==
-                    offsetof(tr_RecDataFileInfo, inUse),
-                "");
   const unsigned char* p = nullptr;
   const unsigned char* b = nullptr;
   for (uint32_t f = 1; f <= primary->head.maxFileNum; ++f) {
     if (!take(primary, backup, kDataFileHeadSize, &p, &b)) return -1;
-    const Place head = {Place::kDataFileHead, primary->def, f, 0};
+    const Place head = {RecordKind::kDataFileHead, primary->def, f, 0};
     const tr_DataFileHead primaryHead = copyOut<tr_DataFileHead>(p);
     const tr_DataFileHead backupHead =
         b == nullptr ? primaryHead : copyOut<tr_DataFileHead>(b);
@@ -135,12 +132,11 @@ int CardCheck::walkDataFiles(Side* primary, Side* backup) {
     if (backup != nullptr) backup->inUse = 0;
     for (uint32_t s = 1; s <= primary->head.maxSegmentNum; ++s) {
       if (!take(primary, backup, infoSize, &p, &b)) return -1;
-      const Place segment = {Place::kSegmentInfo, primary->def, f, s};
+      const Place segment = {RecordKind::kSegmentInfo, primary->def, f, s};
       checkRecord(kind == kRecordKind ? kRecSegmentFields : kJpgSegmentFields,
                   segment, p, backup, b, checkSegment);
-      primary->inUse += p[offsetof(tr_RecDataFileInfo, inUse)] != 0;
-      if (b != nullptr)
-        backup->inUse += b[offsetof(tr_RecDataFileInfo, inUse)] != 0;
+      primary->inUse += segmentInUse(p);
+      if (b != nullptr) backup->inUse += segmentInUse(b);
     }
     checkValidSegments(head, primaryHead, primary->inUse, report_);
     if (backup != nullptr &&
@@ -174,11 +170,11 @@ int CardCheck::walkAuxiliaries(Side* primary, Side* backup) {
   const unsigned char* b = nullptr;
   for (uint32_t a = 1; a <= kAuxiliaryCount; ++a) {
     if (!take(primary, backup, kAuxHeadSize, &p, &b)) return -1;
-    checkRecord(kAuxHeadFields, {Place::kAuxHead, primary->def, a, 0}, p,
+    checkRecord(kAuxHeadFields, {RecordKind::kAuxHead, primary->def, a, 0}, p,
                 backup, b, checkHead);
     for (uint32_t c = 1; c <= kContextsPerAuxiliary; ++c) {
       if (!take(primary, backup, kAuxContextSize, &p, &b)) return -1;
-      checkRecord(kAuxContextFields, {Place::kAuxContext, primary->def, a, c},
+      checkRecord(kAuxContextFields, {RecordKind::kAuxContext, primary->def, a, c},
                   p, backup, b, checkContext);
     }
   }
@@ -191,8 +187,8 @@ int CardCheck::walkAuxiliaries(Side* primary, Side* backup) {
 // its own), then their auxiliary regions side by side.
 int CardCheck::checkKind(Side* primary, Side* backup) {
   const uint64_t idxFileSize = card_->layout().idxFileSize;
-  const Place primaryPlace = {Place::kIndexFileHead, primary->def, 0, 0};
-  const Place backupPlace = {Place::kIndexFileHead, backup->def, 0, 0};
+  const Place primaryPlace = {RecordKind::kIndexFileHead, primary->def, 0, 0};
+  const Place backupPlace = {RecordKind::kIndexFileHead, backup->def, 0, 0};
   checkIndexFileMark(primaryPlace, primary->head, report_);
   checkIndexFileMark(backupPlace, backup->head, report_);
   checkIndexFileHead(primaryPlace, primary->head, idxFileSize, report_);
@@ -233,7 +229,7 @@ int CardCheck::run() {
   const tr_TrellisHead& layout = card_->layout();
   if (!card_->indexFilesHoldTheirRegions()) {
     report_->problem(
-        {Place::kDevice, nullptr, 0, 0}, "idxFileSize",
+        {RecordKind::kDevice, nullptr, 0, 0}, "idxFileSize",
         formatString("%" PRIu64 " (for a device of %" PRIu64
                      " bytes) cannot hold an index file's header and "
                      "auxiliary region (%" PRIu64
@@ -250,7 +246,7 @@ int CardCheck::run() {
   uint64_t total = 0;
   for (int i = 0; i < 4; ++i) {
     Side& side = sides[i];
-    side.def = &kIndexFileDefs[i];
+    side.def = &kIndexFiles[i];
     side.base = card_->base(*side.def);
     side.reader = &readers_[i % 2];
     side.inUse = 0;
@@ -293,7 +289,7 @@ void printSummary(const CardCheck& check, Report* report) {
 int runCheck(const CheckSettings& settings) {
   CardSession card;
   if (card.open() == -1) return kCardUnreadable;
-  Report report(settings.json, "checking");
+  Report report(settings.json, "checking", settings.commandFor);
   CardCheck check(&card, &report);
   if (check.run() == -1 || card.close() == -1) return kCardUnreadable;
   printSummary(check, &report);

@@ -7,10 +7,21 @@
 #ifndef TRELLIS_CHECK_CHECK_H_
 #define TRELLIS_CHECK_CHECK_H_
 
+#include <string>
+
+#include "format/index_files.h"
+
 namespace tr {
+
+// The console line that prints the record at a place ("maintain
+// recBackUpDataFileInfo 3 2"), "" for none: the command table's answer,
+// which lies above the check.
+using CommandNamer = std::string (*)(const RecordPlace& place);
 
 struct CheckSettings {
   bool json = false;  // JSON Lines instead of text
+  // Adds to each problem the command that shows its record, when set.
+  CommandNamer commandFor = nullptr;
 };
 
 // Exit statuses of both commands.

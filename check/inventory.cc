@@ -32,7 +32,7 @@ std::string jsonWords(const std::vector<const char*>& words) {
   std::string json = "[";
   for (const char* word : words) {
     if (json.size() > 1) json += ',';
-    json += jsonString(word);
+    json += escapedText(word, kJsonString);
   }
   return json + "]";
 }
@@ -56,10 +56,10 @@ void listDataFile(const IndexFileDef& file, uint32_t fileNum,
   totals->dataFilesInUse += head.inUse != 0;
   totals->full += head.validity == 2;
   totals->invalid += head.validity == 0;
-  const Place where = {Place::kDataFileHead, &file, fileNum, 0};
+  const Place where = {RecordKind::kDataFileHead, &file, fileNum, 0};
   JsonObject object;
   object.add("type", "dataFile");
-  where.addTo(&object);
+  addPlace(where, &object);
   object.addRaw("states", jsonWords(states))
       .add("channel", uint64_t{head.channel})
       .add("validity", uint64_t{head.validity})
@@ -91,8 +91,7 @@ SegmentFacts recordFacts(const tr_RecDataFileInfo& info) {
   SegmentFacts facts = {{"in use"},
                         (info.effinfoMask & ETR_MEDIAFILEEFFINFO_CHANNEL) != 0,
                         info.fileTypeInfo.channel,
-                        (info.effinfoMask & ETR_MEDIAFILEEFFINFO_TIME) ==
-                            ETR_MEDIAFILEEFFINFO_TIME,
+                        timeGroupValid(info.effinfoMask),
                         info.timeInfo.startTime,
                         info.timeInfo.endTime,
                         info.timeInfo.timeZone,
@@ -104,16 +103,14 @@ SegmentFacts recordFacts(const tr_RecDataFileInfo& info) {
 }
 
 SegmentFacts pictureFacts(const tr_JPGDataFileInfo& info) {
-  const int pictures =
-      info.validNum < kMaxImageDetails ? info.validNum : kMaxImageDetails;
+  const int pictures = pictureCount(info);
   const tr_ImageDetail& first = info.imageDetails[0];
   const tr_ImageDetail& last =
       info.imageDetails[pictures > 0 ? pictures - 1 : 0];
   return {{"in use"},
           (info.effinfoMask & ETR_MEDIAFILEEFFINFO_CHANNEL) != 0,
           info.fileTypeInfo.channel,
-          pictures > 0 && (info.effinfoMask & ETR_MEDIAFILEEFFINFO_TIME) ==
-                              ETR_MEDIAFILEEFFINFO_TIME,
+          pictures > 0 && timeGroupValid(info.effinfoMask),
           first.utcTime,
           last.utcTime,
           first.timeZone,
@@ -129,7 +126,7 @@ void listSegment(const Place& where, const SegmentFacts& facts, Totals* totals,
   totals->bytes += facts.length;
   JsonObject object;
   object.add("type", "segment");
-  where.addTo(&object);
+  addPlace(where, &object);
   object.addRaw("states", jsonWords(facts.states));
   std::string text = where.text() + ": " + textWords(facts.states) + ";";
   if (facts.channelValid) {
@@ -190,8 +187,8 @@ int listIndexFile(CardSession* card, const IndexFileDef& file,
     for (uint32_t s = 1; s <= head.maxSegmentNum; ++s) {
       const unsigned char* bytes = reader->take(infoSize);
       if (bytes == nullptr) return -1;
-      if (bytes[offsetof(tr_RecDataFileInfo, inUse)] == 0) continue;
-      const Place where = {Place::kSegmentInfo, &file, f, s};
+      if (!segmentInUse(bytes)) continue;
+      const Place where = {RecordKind::kSegmentInfo, &file, f, s};
       if (file.kind == kRecordKind) {
         tr_RecDataFileInfo info;
         std::memcpy(&info, bytes, sizeof info);
@@ -255,7 +252,7 @@ int runInventory(const CheckSettings& settings) {
   }
   // The record and the picture index file; their headers first, for the
   // progress line's total.
-  const IndexFileDef* files[2] = {&kIndexFileDefs[0], &kIndexFileDefs[2]};
+  const IndexFileDef* files[2] = {&kIndexFiles[0], &kIndexFiles[2]};
   tr_IndexFileHead heads[2];
   uint64_t total = 0;
   for (int i = 0; i < 2; ++i) {

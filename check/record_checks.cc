@@ -3,6 +3,7 @@
 #include <cinttypes>
 #include <cstring>
 
+#include "base/output.h"
 #include "base/platform.h"
 #include "format/iframe_index.h"
 #include "format/index_layout.h"
@@ -18,7 +19,7 @@ void checkMagic(const Place& where, const char* stored, size_t size,
   std::memcpy(want, expected, std::strlen(expected));
   if (std::memcmp(stored, want, size) == 0) return;
   report->problem(where, "magicWord",
-                  cardText(stored, size) + " (expected \"" + expected + "\")");
+                  escapedText(stored, size, kQuotedText) + " (expected \"" + expected + "\")");
 }
 
 void checkFlag(const Place& where, const char* name, uint64_t value,
@@ -63,7 +64,7 @@ void checkExtent(const Place& where, const char* offsetName, uint64_t offset,
 
 void checkStorageHead(const tr_TrellisHead& found, const CardSession& card,
                       Report* report) {
-  const Place where = {Place::kStorageHead, nullptr, 0, 0};
+  const Place where = {RecordKind::kStorageHead, nullptr, 0, 0};
   checkMagic(where, found.magicWord, sizeof found.magicWord, kTrellisMagic,
              report);
   const tr_TrellisHead& want = card.layout();
@@ -175,8 +176,7 @@ void checkRecSegment(const Place& where, const tr_RecDataFileInfo& info,
   checkFlag(where, "inUse", info.inUse, report);
   checkMagic(where, info.magicWord, sizeof info.magicWord, kSegmentInfoMagic,
              report);
-  if ((info.effinfoMask & ETR_MEDIAFILEEFFINFO_TIME) ==
-      ETR_MEDIAFILEEFFINFO_TIME) {
+  if (timeGroupValid(info.effinfoMask)) {
     checkOrder(where, "timeInfo.startTime", info.timeInfo.startTime,
                "timeInfo.endTime", info.timeInfo.endTime, report);
   }
@@ -206,10 +206,8 @@ void checkJpgSegment(const Place& where, const tr_JPGDataFileInfo& info,
         where, "validNum",
         formatString("%u (at most %d)", info.validNum, kMaxImageDetails));
   }
-  const int pictures =
-      info.validNum < kMaxImageDetails ? info.validNum : kMaxImageDetails;
-  uint64_t total = 0;
-  for (int i = 0; i < pictures; ++i) total += info.imageDetails[i].jpgSize;
+  const int pictures = pictureCount(info);
+  const uint64_t total = pictureStart(info, pictures);
   if (total > info.fragmentSize) {
     report->problem(where, "fragmentSize",
                     formatString("%" PRIu64 ": the jpgSize of its %d pictures "
@@ -221,9 +219,7 @@ void checkJpgSegment(const Place& where, const tr_JPGDataFileInfo& info,
   const int64_t first = info.imageDetails[0].utcTime;
   const int64_t last =
       info.imageDetails[pictures > 0 ? pictures - 1 : 0].utcTime;
-  if ((info.effinfoMask & ETR_MEDIAFILEEFFINFO_TIME) ==
-          ETR_MEDIAFILEEFFINFO_TIME &&
-      first > last) {
+  if (timeGroupValid(info.effinfoMask) && first > last) {
     checkOrder(where, "imageDetails[0].utcTime", first,
                formatString("imageDetails[%d].utcTime", pictures - 1).c_str(),
                last, report);
@@ -248,22 +244,17 @@ void checkAuxContext(const Place& where, const IndexFileAuxiliaryContext& ctx,
   int bad = 0;
   int first = 0;
   for (int i = 0; i < kPositionsPerContext; ++i) {
-    const uint32_t position = ctx.positionArray[i];
-    if (position == 0) continue;
-    const uint32_t file = position >> 16;
-    const uint32_t segment = position & 0xFFFF;
-    if (file >= 1 && file <= head.maxFileNum && segment >= 1 &&
-        segment <= head.maxSegmentNum) {
-      continue;
-    }
+    const uint32_t entry = ctx.positionArray[i];
+    if (entry == 0 || positionWithin(decodePosition(entry), head)) continue;
     if (bad++ == 0) first = i;
   }
   if (bad == 0) return;
-  const uint32_t position = ctx.positionArray[first];
+  const uint32_t entry = ctx.positionArray[first];
+  const SegmentPosition position = decodePosition(entry);
   std::string what = formatString(
       "0x%08x: file %u segment %u, outside maxFileNum %u and "
       "maxSegmentNum %u",
-      position, position >> 16, position & 0xFFFF, head.maxFileNum,
+      entry, position.fileNum, position.segmentNum, head.maxFileNum,
       head.maxSegmentNum);
   if (bad > 1) what += formatString(" (%d such positions)", bad);
   report->problem(where, formatString("positionArray[%d]", first), what);

@@ -13,36 +13,20 @@ constexpr double kProgressDelaySeconds = 1.0;
 
 }  // namespace
 
-std::string jsonString(const std::string& text) {
-  std::string quoted = "\"";
-  for (const char c : text) {
-    const unsigned char byte = static_cast<unsigned char>(c);
-    if (c == '"' || c == '\\') {
-      quoted += '\\';
-      quoted += c;
-    } else if (byte < 0x20 || byte >= 0x7f) {
-      quoted += formatString("\\u%04x", byte);
-    } else {
-      quoted += c;
-    }
-  }
-  return quoted + "\"";
-}
-
 JsonObject& JsonObject::addRaw(const char* key, const std::string& json) {
   if (body_.size() > 1) body_ += ',';
-  body_ += jsonString(key);
+  body_ += escapedText(key, kJsonString);
   body_ += ':';
   body_ += json;
   return *this;
 }
 
 JsonObject& JsonObject::add(const char* key, const std::string& text) {
-  return addRaw(key, jsonString(text));
+  return addRaw(key, escapedText(text, kJsonString));
 }
 
 JsonObject& JsonObject::add(const char* key, const char* text) {
-  return addRaw(key, jsonString(text));
+  return addRaw(key, escapedText(text, kJsonString));
 }
 
 JsonObject& JsonObject::add(const char* key, uint64_t number) {
@@ -59,62 +43,27 @@ JsonObject& JsonObject::add(const char* key, bool value) {
 
 JsonObject& JsonObject::addNull(const char* key) { return addRaw(key, "null"); }
 
-std::string Place::text() const {
-  switch (record) {
-    case kDevice:
-      return "device";
-    case kStorageHead:
-      return "storage head";
-    case kIndexFileHead:
-      return file->name;
-    case kDataFileHead:
-      return formatString("%s file %u", file->name, first);
-    case kSegmentInfo:
-      return formatString("%s file %u segment %u", file->name, first, second);
-    case kAuxHead:
-      return formatString("%s auxiliary %u", file->name, first);
-    case kAuxContext:
-      return formatString("%s auxiliary %u context %u", file->name, first,
-                          second);
+void addPlace(const Place& place, JsonObject* object) {
+  if (place.file != nullptr) object->add("indexFile", place.file->name);
+  const RecordKind kind = place.kind;
+  if (kind == RecordKind::kDataFileHead || kind == RecordKind::kSegmentInfo) {
+    object->add("file", uint64_t{place.first});
   }
-  return "";
-}
-
-std::string Place::command() const {
-  switch (record) {
-    case kDevice:
-      return "";
-    case kStorageHead:
-      return "maintain TrellisHead";
-    case kIndexFileHead:
-      return formatString("maintain %sIndexFileHead", file->prefix);
-    case kDataFileHead:
-      return formatString("maintain %sDataFileHead %u", file->prefix, first);
-    case kSegmentInfo:
-      return formatString("maintain %sDataFileInfo %u %u", file->prefix, first,
-                          second);
-    case kAuxHead:
-      return formatString("maintain %sIndexAuxHead %u", file->prefix, first);
-    case kAuxContext:
-      return formatString("maintain %sIndexFileAux %u %u", file->prefix, first,
-                          second);
+  if (kind == RecordKind::kSegmentInfo) {
+    object->add("segment", uint64_t{place.second});
   }
-  return "";
+  if (kind == RecordKind::kAuxHead || kind == RecordKind::kAuxContext) {
+    object->add("auxiliary", uint64_t{place.first});
+  }
+  if (kind == RecordKind::kAuxContext) {
+    object->add("context", uint64_t{place.second});
+  }
 }
 
-void Place::addTo(JsonObject* object) const {
-  if (file != nullptr) object->add("indexFile", file->name);
-  const bool byFile = record == kDataFileHead || record == kSegmentInfo;
-  const bool byAux = record == kAuxHead || record == kAuxContext;
-  if (byFile) object->add("file", uint64_t{first});
-  if (record == kSegmentInfo) object->add("segment", uint64_t{second});
-  if (byAux) object->add("auxiliary", uint64_t{first});
-  if (record == kAuxContext) object->add("context", uint64_t{second});
-}
-
-Report::Report(bool json, const char* activity)
+Report::Report(bool json, const char* activity, CommandNamer namer)
     : json_(json),
       activity_(activity),
+      namer_(namer),
       progress_(true, kProgressDelaySeconds) {}
 
 void Report::emit(const std::string& text, const JsonObject& object) {
@@ -143,12 +92,12 @@ void Report::difference(const Place& where, const std::string& fields,
 void Report::line(const Place& where, const std::string& field,
                   const std::string& message) {
   ++problems_;
-  const std::string command = where.command();
+  const std::string command = namer_ == nullptr ? "" : namer_(where);
   std::string text = where.text() + ": " + message;
   if (!command.empty()) text += " [" + command + "]";
   JsonObject object;
   object.add("type", "problem").add("where", where.text());
-  where.addTo(&object);
+  addPlace(where, &object);
   object.add("field", field).add("problem", message);
   if (command.empty()) {
     object.addNull("command");
@@ -164,22 +113,6 @@ void Report::progress(uint64_t bytesRead) {
       "%s: %" PRIu64 " of %" PRIu64 " MiB (%.0f%%)", activity_, bytesRead >> 20,
       total_ >> 20,
       100.0 * static_cast<double>(bytesRead) / static_cast<double>(total_)));
-}
-
-std::string cardText(const char* bytes, size_t size) {
-  std::string text = "\"";
-  for (size_t i = 0; i < size && bytes[i] != '\0'; ++i) {
-    const unsigned char byte = static_cast<unsigned char>(bytes[i]);
-    if (byte == '"' || byte == '\\') {
-      text += '\\';
-      text += bytes[i];
-    } else if (byte < 0x20 || byte >= 0x7f) {
-      text += formatString("\\x%02x", byte);
-    } else {
-      text += bytes[i];
-    }
-  }
-  return text + "\"";
 }
 
 std::string utcText(int64_t seconds) {

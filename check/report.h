@@ -11,12 +11,10 @@
 
 #include "base/progress.h"
 #include "check/card.h"
+#include "check/check.h"
+#include "format/index_files.h"
 
 namespace tr {
-
-// `text` as a JSON string, quotes included. Control bytes and bytes past
-// ASCII are written as \u00XX, so the line is valid JSON whatever it holds.
-std::string jsonString(const std::string& text);
 
 // One JSON object, its members in the order they were added.
 class JsonObject {
@@ -35,35 +33,16 @@ class JsonObject {
   std::string body_ = "{";
 };
 
-// Where a record lies: the index file, the numbers that select it, and the
-// console command that prints it.
-struct Place {
-  enum Record {
-    kDevice,  // the layout computed from the device's size
-    kStorageHead,
-    kIndexFileHead,
-    kDataFileHead,
-    kSegmentInfo,
-    kAuxHead,
-    kAuxContext,
-  };
-  Record record;
-  const IndexFileDef* file;  // null for the device and the storage head
-  uint32_t first;            // fileNum or auxNum
-  uint32_t second;           // segmentNum or ctxNum
-
-  // "backup recordIndexFile file 3 segment 2"
-  std::string text() const;
-  // "maintain recBackUpDataFileInfo 3 2"; empty for the device.
-  std::string command() const;
-  // The members naming it in a JSON object.
-  void addTo(JsonObject* object) const;
-};
+// Where a record lies, as a report line names it.
+using Place = RecordPlace;
+// The members naming `place` in a JSON object.
+void addPlace(const Place& place, JsonObject* object);
 
 class Report {
  public:
-  // `activity` names the work on the progress line.
-  Report(bool json, const char* activity);
+  // `activity` names the work on the progress line; `namer`, when set, adds
+  // to each problem the command that shows its record.
+  Report(bool json, const char* activity, CommandNamer namer = nullptr);
 
   bool json() const { return json_; }
   // One report line: `text`, or `object` as JSON.
@@ -90,15 +69,12 @@ class Report {
 
   bool json_;
   const char* activity_;
+  CommandNamer namer_;
   uint64_t total_ = 0;
   uint64_t problems_ = 0;
   ProgressLine progress_;
 };
 
-// Card bytes shown in a report line: up to the first NUL, in double quotes,
-// every byte outside printable ASCII (and the quote and backslash) as an
-// escape, so nothing from the card reaches the terminal raw.
-std::string cardText(const char* bytes, size_t size);
 // A stored UTC time as "YYYY-MM-DD HH:MM:SS", as the printers show it.
 std::string utcText(int64_t seconds);
 std::string hexText(uint64_t value);

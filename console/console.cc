@@ -10,7 +10,6 @@
 #include <string>
 
 #include "base/device.h"
-#include "base/journal.h"
 #include "base/output.h"
 #include "base/platform.h"
 #include "base/version.h"
@@ -18,6 +17,7 @@
 #include "console/options.h"
 #include "maintain/commands.h"
 #include "maintain/startup.h"
+#include "repair/journal.h"
 #include "repair/restore.h"
 
 namespace tr {
@@ -67,7 +67,7 @@ int loadWriteSafety() {
   if (readOnlyText != "" && readOnlyText != "0" && readOnlyText != "1") {
     err("trellis-maintain: TRELLIS_READ_ONLY is '%s': set it to 1 to refuse "
         "writing, or to 0 to allow it\n",
-        escapeControlBytes(readOnlyText).c_str());
+        escapedText(readOnlyText, kLineEscaped).c_str());
     return -1;
   }
   setReadOnly(readOnlyText == "1");
@@ -267,8 +267,10 @@ int runConsole(const Options& options) {
     tr_LineParser* words = _tr_lineParser(line, length);
     if (words == nullptr) continue;
     const bool exit = wordIs(words, "exit");
-    beginDeviceCommand(line);
-    if (!exit && runLine(words, checked) == -1) failed = true;
+    if (!exit) {
+      const DeviceCommand command(line);
+      if (runLine(words, checked) == -1) failed = true;
+    }
     _tr_freeLineParser(words);
     if (exit || InterruptScope::terminated()) break;
   }
@@ -284,7 +286,7 @@ int runConsole(const Options& options) {
 int runRestore(const Options& options, int argc, char** argv) {
   std::string line = "trellis-maintain";
   for (int i = 1; i < argc; ++i) line += std::string(" ") + argv[i];
-  beginDeviceCommand(line);
+  const DeviceCommand command(line);
   RestoreOptions how;
   how.force = options.force;
   how.dryRun = options.dryRun;
@@ -334,9 +336,9 @@ int consoleMain(int argc, char** argv) {
       out("trellis-maintain %s\n", kVersion);
       return kExitOk;
     case Mode::kList:
-      return runInventory(CheckSettings{options.json});
+      return runInventory(CheckSettings{options.json, commandShowing});
     case Mode::kCheck:
-      return runCheck(CheckSettings{options.json});
+      return runCheck(CheckSettings{options.json, commandShowing});
     case Mode::kRestore:
       return runRestore(options, argc, argv);
     case Mode::kConsole:

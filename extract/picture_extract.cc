@@ -108,11 +108,8 @@ int _tr_maintainGetOneJpgToFile(const tr_JPGDataFileInfo* info, int fileNum,
     out("[ERROR] _tr_maintainGetOneJpgToFile This segment has no data\n");
     return -1;
   }
-  // validNum is an 8-bit count but the info has room for 60 sizes only:
-  // pictures past the 60th cannot be located.
-  const uint32_t last = info->validNum < kMaxImageDetails
-                            ? info->validNum
-                            : static_cast<uint32_t>(kMaxImageDetails);
+  // Pictures past the 60th cannot be located.
+  const uint32_t last = static_cast<uint32_t>(pictureCount(*info));
   if (picNum == 0 || picNum > last) {
     err("[ERROR] Invalid picNum %u (valid range: 1-%u)\n", picNum, last);
     return -1;
@@ -121,10 +118,7 @@ int _tr_maintainGetOneJpgToFile(const tr_JPGDataFileInfo* info, int fileNum,
   const std::string outputPath = mediaPath(
       formatString("%05d_%04d_%02u.jpg", fileNum, segmentNum, picNum));
 
-  uint64_t before = 0;
-  for (uint32_t i = 0; i + 1 < picNum; ++i) {
-    before += info->imageDetails[i].jpgSize;
-  }
+  const uint64_t before = pictureStart(*info, static_cast<int>(picNum - 1));
   const uint32_t size = info->imageDetails[picNum - 1].jpgSize;
   if (before + size > info->fragmentSize) {
     err("[ERROR] Image %u exceeds fragment boundary\n", picNum);

@@ -16,7 +16,7 @@ namespace tr {
 namespace {
 
 // What differs between a record segment and a picture segment. Both infos
-// keep inUse at byte 7 and the start and length as 64-bit fields.
+// keep the start and the length as 64-bit fields.
 struct SegmentKind {
   const char* function;  // named in the no-data line
   size_t startField;     // offset in the info of the start in the data file
@@ -25,8 +25,6 @@ struct SegmentKind {
   const char* outputSuffix;
 };
 
-constexpr size_t kInUseField = offsetof(tr_RecDataFileInfo, inUse);
-static_assert(offsetof(tr_JPGDataFileInfo, inUse) == kInUseField, "");
 
 constexpr SegmentKind kRecordSegment = {
     "_tr_maintainGetRecDataToFile", offsetof(tr_RecDataFileInfo, dataOffset),
@@ -65,7 +63,7 @@ void reportCopyFailure(const CopyOutcome& copy) {
 int extractSegment(const SegmentKind& kind, const void* info, int fileNum,
                    int segmentNum) {
   const unsigned char* record = static_cast<const unsigned char*>(info);
-  if (record == nullptr || record[kInUseField] == 0) {
+  if (record == nullptr || !segmentInUse(record)) {
     out("[ERROR] %s This segment has no data\n", kind.function);
     return -1;
   }

@@ -18,8 +18,6 @@ namespace {
 constexpr uint32_t kUnsetFileNumber = 0xFFFF;
 constexpr uint32_t kHighFileNumber = 2000;
 
-
-
 const char* positionColour(uint32_t fileNumber) {
   if (fileNumber == kUnsetFileNumber) return kRed;
   if (fileNumber > kHighFileNumber) return kYellow;
@@ -27,6 +25,11 @@ const char* positionColour(uint32_t fileNumber) {
 }
 
 }  // namespace
+
+bool positionWithin(SegmentPosition position, const tr_IndexFileHead& head) {
+  return position.fileNum >= 1 && position.fileNum <= head.maxFileNum &&
+         position.segmentNum >= 1 && position.segmentNum <= head.maxSegmentNum;
+}
 
 // The kind does not matter: both kinds of index file end in the same
 // auxiliary region.
@@ -68,11 +71,10 @@ int _tr_maintainPrintPositionChunk(const uint32_t* positions, int start,
   const int64_t end = static_cast<int64_t>(start) + count;
   for (int64_t i = start < 0 ? 0 : start;
        i < end && i < kPositionsPerContext; ++i) {
-    const uint32_t entry = positions[i];
-    const uint32_t file = entry >> 16;
-    const uint32_t segment = entry & 0xFFFF;
+    const SegmentPosition position = decodePosition(positions[i]);
     result = out("  [%03d] %sFile#%-5u Seg#%-5u%s\n", static_cast<int>(i),
-                 positionColour(file), file, segment, kReset);
+                 positionColour(position.fileNum), position.fileNum,
+                 position.segmentNum, kReset);
   }
   return result;
 }

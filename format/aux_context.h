@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "format/index_file_head.h"
+
 namespace tr {
 
 constexpr int kPositionsPerContext = 100;
@@ -37,6 +39,18 @@ static_assert(offsetof(IndexFileAuxiliaryContext, isUsed) == 24, "");
 static_assert(offsetof(IndexFileAuxiliaryContext, isFull) == 28, "");
 static_assert(offsetof(IndexFileAuxiliaryContext, reserved) == 29, "");
 static_assert(offsetof(IndexFileAuxiliaryContext, positionArray) == 32, "");
+
+// A position entry: the data file number in its high 16 bits, the segment
+// number in its low 16.
+struct SegmentPosition {
+  uint32_t fileNum;
+  uint32_t segmentNum;
+};
+constexpr SegmentPosition decodePosition(uint32_t entry) {
+  return {entry >> 16, entry & 0xFFFF};
+}
+// Whether the position names a segment inside the dimensions of `head`.
+bool positionWithin(SegmentPosition position, const tr_IndexFileHead& head);
 
 int _tr_maintainGetIndexFileAux(uint32_t kind, uint32_t auxNum,
                                 uint32_t ctxNum, uint64_t offset,

@@ -8,7 +8,6 @@
 namespace tr {
 namespace {
 
-
 // The four lines of one picture. Entries are listed one after another with
 // nothing between them, as the recorder's own tools print them.
 void printImageDetail(const tr_ImageDetail& detail) {
@@ -21,17 +20,12 @@ void printImageDetail(const tr_ImageDetail& detail) {
 }
 
 void printImageDetails(const tr_JPGDataFileInfo& j) {
-  if ((j.effinfoMask & ETR_MEDIAFILEEFFINFO_TIME) !=
-      ETR_MEDIAFILEEFFINFO_TIME) {
+  if (!timeGroupValid(j.effinfoMask)) {
     printInvalidGroup("Time Info");
     return;
   }
   printSection("\n[Image Details]\n");
-  // validNum is a whole byte; a damaged one may claim more entries than the
-  // record has room for.
-  const int count =
-      j.validNum < kMaxImageDetails ? j.validNum : kMaxImageDetails;
-  for (int i = 0; i < count; ++i) printImageDetail(j.imageDetails[i]);
+  for (int i = 0; i < pictureCount(j); ++i) printImageDetail(j.imageDetails[i]);
 }
 
 void printPictureEncode(const tr_JPGDataFileInfo& j) {
@@ -47,6 +41,14 @@ void printPictureEncode(const tr_JPGDataFileInfo& j) {
 }
 
 }  // namespace
+
+uint64_t pictureStart(const tr_JPGDataFileInfo& info, int index) {
+  uint64_t start = 0;
+  for (int i = 0; i < index && i < kMaxImageDetails; ++i) {
+    start += info.imageDetails[i].jpgSize;
+  }
+  return start;
+}
 
 int _tr_maintainPrintJpgDataInfo(const tr_JPGDataFileInfo* info, int fileNum,
                                  int segmentNum) {

@@ -66,6 +66,17 @@ static_assert(offsetof(tr_JPGDataFileInfo, validNum) == 1632, "");
 static_assert(offsetof(tr_JPGDataFileInfo, unused3) == 1633, "");
 static_assert(offsetof(tr_JPGDataFileInfo, reserved) == 1656, "");
 
+static_assert(offsetof(tr_JPGDataFileInfo, inUse) == kSegmentInUseByte, "");
+
+// The pictures the segment has: validNum, a whole byte, held to the 60
+// entries the info has room for.
+inline int pictureCount(const tr_JPGDataFileInfo& info) {
+  return info.validNum < kMaxImageDetails ? info.validNum : kMaxImageDetails;
+}
+// Where picture `index` (from 0, at most pictureCount()) starts in the
+// fragment: the sizes of the pictures before it added up.
+uint64_t pictureStart(const tr_JPGDataFileInfo& info, int index);
+
 int _tr_maintainPrintJpgDataInfo(const tr_JPGDataFileInfo* info, int fileNum,
                                  int segmentNum);
 

@@ -44,7 +44,7 @@ std::string frequencyText(uint32_t hertz) {
 }
 
 void printTimeGroup(const tr_TimeInfo& time, uint64_t mask) {
-  if ((mask & ETR_MEDIAFILEEFFINFO_TIME) != ETR_MEDIAFILEEFFINFO_TIME) {
+  if (!timeGroupValid(mask)) {
     printInvalidGroup("Time Info");
     return;
   }

@@ -143,6 +143,18 @@ static_assert(offsetof(tr_RecDataFileInfo, dataIndex) == 552, "");
 static_assert(offsetof(tr_RecDataFileInfo, infoEx) == 556, "");
 static_assert(offsetof(tr_RecDataFileInfo, reserved) == 572, "");
 
+// The time group is valid only when all four of its bits are set.
+constexpr bool timeGroupValid(uint64_t effinfoMask) {
+  return (effinfoMask & ETR_MEDIAFILEEFFINFO_TIME) == ETR_MEDIAFILEEFFINFO_TIME;
+}
+
+// Both kinds of segment info keep their in-use flag in byte 7; 0 means the
+// segment holds no data. `info` is a segment info of either kind.
+constexpr size_t kSegmentInUseByte = offsetof(tr_RecDataFileInfo, inUse);
+inline bool segmentInUse(const unsigned char* info) {
+  return info[kSegmentInUseByte] != 0;
+}
+
 // Reads segment info (fileNum, segmentNum) of the index file at `offset`:
 // 640 bytes for kind 1 (record), 1680 for any other kind (picture).
 int _tr_maintainGetDataFileInfo(uint32_t kind, uint32_t fileNum,

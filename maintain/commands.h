@@ -1,27 +1,27 @@
 // The console's 38 maintenance commands as data: one row each, selected by
 // the command word and the number of words. A row names the index file it
-// works on (by selector), the record it reads, the reader, and the action
-// that prints, extracts or repairs. The rec/recBackUp/pic/picBackUp variants
-// are rows sharing the same steps.
+// works on (the rec/recBackUp/pic/picBackUp prefix of its word), the record
+// it reads, the reader, the action that prints, extracts or repairs, and
+// the record it shows. The variants of one command are rows sharing the
+// same steps.
 #ifndef TRELLIS_MAINTAIN_COMMANDS_H_
 #define TRELLIS_MAINTAIN_COMMANDS_H_
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "format/aux_context.h"
 #include "format/aux_head.h"
 #include "format/data_file_head.h"
 #include "format/index_file_head.h"
+#include "format/index_files.h"
 #include "format/jpg_data_file_info.h"
 #include "format/rec_data_file_info.h"
 #include "format/trellis_head.h"
 
 namespace tr {
-
-// Which index file a command works on; the prefix of its word.
-enum class Selector : uint8_t { kNone, kRec, kRecBackUp, kPic, kPicBackUp };
 
 // The numbers a command takes after its word, in order.
 enum class ArgList : uint8_t {
@@ -83,11 +83,12 @@ using CommandStep = int (*)(const CommandCall& call);
 struct CommandRow {
   const char* word;
   ArgList args;
-  Selector selector;
+  const IndexFileDef* file;  // null: the storage head
   size_t recordSize;   // bytes cleared before the read; 0 for writers
   CommandStep reader;  // null for the writing commands
   CommandStep action;  // never null
   const char* description;  // the help text's last column
+  std::optional<RecordKind> shows;  // the record it prints, if it prints one
 };
 
 constexpr size_t kCommandCount = 38;
@@ -102,8 +103,9 @@ int32_t commandNumber(const char* word);
 
 // Words a command takes after `maintain`, its own word included.
 int wordCount(ArgList args);
-uint64_t selectorOffset(Selector selector);
-uint32_t selectorKind(Selector selector);
+// The console line that prints the record at `place`: "maintain
+// recBackUpDataFileInfo 3 2"; "" when no command prints it.
+std::string commandShowing(const RecordPlace& place);
 
 // The dispatcher: `words` are the `count` words after `maintain`. -1 when
 // the command failed (its diagnostic printed) or the words earned the help.

@@ -4,12 +4,12 @@
 #include <string>
 
 #include "base/device.h"
-#include "base/journal.h"
 #include "base/platform.h"
 #include "format/device_layout.h"
 #include "format/index_layout.h"
 #include "maintain/commands.h"
 #include "repair/change_lines.h"
+#include "repair/journal.h"
 
 namespace tr {
 namespace {
@@ -48,26 +48,17 @@ int32_t commandNumber(const char* word) {
 
 int wordCount(ArgList args) { return 1 + argumentsOf(args).count; }
 
-uint64_t selectorOffset(Selector selector) {
-  switch (selector) {
-    case Selector::kRec:
-      return trellisHead.idxFileOffsetAV;
-    case Selector::kRecBackUp:
-      return trellisHead.idxFileBackupOffsetAV;
-    case Selector::kPic:
-      return trellisHead.idxFileOffsetPic;
-    case Selector::kPicBackUp:
-      return trellisHead.idxFileBackupOffsetPic;
-    case Selector::kNone:
-      break;
+std::string commandShowing(const RecordPlace& place) {
+  for (const CommandRow& row : kCommands) {
+    if (row.shows != place.kind || row.file != place.file) continue;
+    std::string line = std::string("maintain ") + row.word;
+    const uint32_t numbers[2] = {place.first, place.second};
+    for (int i = 0; i < argumentsOf(row.args).count && i < 2; ++i) {
+      line += formatString(" %u", numbers[i]);
+    }
+    return line;
   }
-  return 0;
-}
-
-uint32_t selectorKind(Selector selector) {
-  return selector == Selector::kPic || selector == Selector::kPicBackUp
-             ? kPictureKind
-             : kRecordKind;
+  return "";
 }
 
 int tr_maintain(int count, char** words) {
@@ -84,8 +75,10 @@ int tr_maintain(int count, char** words) {
     return 0;
   }
   RecordBuffer record;
-  CommandCall call = {selectorOffset(row->selector),
-                      selectorKind(row->selector),
+  CommandCall call = {row->file == nullptr
+                          ? 0
+                          : indexFileStart(*row->file, trellisHead),
+                      row->file == nullptr ? kRecordKind : row->file->kind,
                       {0, 0, 0},
                       &record};
   for (int i = 1; i < count; ++i) call.arg[i - 1] = commandNumber(words[i]);

@@ -7,7 +7,7 @@ namespace tr {
 void CardContent::indexFileHead(const IndexFilePlace& file,
                                 tr_IndexFileHead* head) const {
   std::memcpy(head->magicWord, kIndexFileMagic, sizeof head->magicWord);
-  head->fileType = static_cast<uint8_t>(file.kind);
+  head->fileType = static_cast<uint8_t>(file.def->kind);
   head->maxFileNum = layout_.dims.files;
   head->maxSegmentNum = layout_.dims.segments;
   head->maxAuxNumber = layout_.dims.aux;

@@ -68,7 +68,7 @@ int writeDataFileArea(RecordStream* stream, const IndexFilePlace& file,
     if (stream->append(&head, sizeof head) == -1) return -1;
     for (uint32_t s = 1; s <= layout.dims.segments; ++s) {
       int result;
-      if (file.kind == kRecordKind) {
+      if (file.def->kind == kRecordKind) {
         tr_RecDataFileInfo info;
         std::memset(&info, 0, sizeof info);
         content.recSegmentInfo(file, f, s, &info);
@@ -111,7 +111,7 @@ int writeIndexFile(CardTarget* target, const IndexFilePlace& file,
   content.indexFileHead(file, &head);
   if (target->writeAt(file.base, &head, sizeof head) == -1) return -1;
 
-  RecordStream area(target, dataFileHeadOffset(file.base, file.kind,
+  RecordStream area(target, dataFileHeadOffset(file.base, file.def->kind,
                                                layout.dims.segments, 1));
   if (writeDataFileArea(&area, file, layout, content) == -1) return -1;
 

@@ -125,12 +125,9 @@ int planCard(uint64_t capacity, const CardDimensions& dims,
   }
   layout->head = computeTrellisHead(capacity);
   const tr_TrellisHead& head = layout->head;
-  layout->files[0] = {"record", kRecordKind, false, head.idxFileOffsetAV};
-  layout->files[1] = {"record backup", kRecordKind, true,
-                      head.idxFileBackupOffsetAV};
-  layout->files[2] = {"picture", kPictureKind, false, head.idxFileOffsetPic};
-  layout->files[3] = {"picture backup", kPictureKind, true,
-                      head.idxFileBackupOffsetPic};
+  for (int i = 0; i < kIndexFileCount; ++i) {
+    layout->files[i] = {&kIndexFiles[i], indexFileStart(kIndexFiles[i], head)};
+  }
 
   // Relative to the index file's start; the same for all four.
   const uint64_t auxStart = auxRegionStart(0, head.idxFileSize);

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 
+#include "format/index_files.h"
 #include "format/trellis_head.h"
 
 namespace tr {
@@ -20,15 +21,11 @@ struct CardDimensions {
   uint32_t aux;       // maxAuxNumber, at most 100
 };
 
-// One of the four index files.
+// One of the four index files and where it starts on the card.
 struct IndexFilePlace {
-  const char* name;  // "record", "record backup", ...
-  uint32_t kind;     // 1 record, 2 picture
-  bool backup;
-  uint64_t base;  // byte offset on the card
+  const IndexFileDef* def;
+  uint64_t base;
 };
-
-constexpr int kIndexFileCount = 4;
 
 struct CardLayout {
   uint64_t capacity;

@@ -35,7 +35,10 @@ void printSummary(const MkcardOptions& options, const CardLayout& layout,
   out("  storage head at byte %llu; index files of %llu bytes each\n",
       ull(kTrellisHeadOffset), ull(layout.head.idxFileSize));
   for (const IndexFilePlace& file : layout.files) {
-    out("  %-15s at byte %llu\n", file.name, ull(file.base));
+    const std::string name =
+        std::string(file.def->kind == kRecordKind ? "record" : "picture") +
+        (file.def->backup ? " backup" : "");
+    out("  %-15s at byte %llu\n", name.c_str(), ull(file.base));
   }
   out("  %u data files of %u segments, %u auxiliaries; in each index file "
       "the data files end at byte %llu (record) and %llu (picture), the "

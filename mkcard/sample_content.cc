@@ -109,7 +109,7 @@ void SampleContent::indexFileHead(const IndexFilePlace& file,
                                   tr_IndexFileHead* head) const {
   CardContent::indexFileHead(file, head);
   // Each channel's latest data file is the one it writes.
-  if (file.kind == kRecordKind) {
+  if (file.def->kind == kRecordKind) {
     for (const SampleRecFile& f : plan_.recFiles) {
       head->writeFileIndex[f.channel - 1] = f.fileNum;
     }
@@ -118,7 +118,7 @@ void SampleContent::indexFileHead(const IndexFilePlace& file,
       head->writeFileIndex[f.channel - 1] = f.fileNum;
     }
   }
-  if (file.kind == kPictureKind && file.backup) {
+  if (file.def->kind == kPictureKind && file.def->backup) {
     std::memset(head->magicWord, 0, sizeof head->magicWord);
     head->exceptionFlag = 1;
   }
@@ -127,7 +127,7 @@ void SampleContent::indexFileHead(const IndexFilePlace& file,
 void SampleContent::dataFileHead(const IndexFilePlace& file, uint32_t fileNum,
                                  tr_DataFileHead* head) const {
   CardContent::dataFileHead(file, fileNum, head);
-  if (file.kind == kRecordKind) {
+  if (file.def->kind == kRecordKind) {
     if (fileNum == plan_.invalidRecFile) head->validity = 0;
     const SampleRecFile* rec = findRecFile(plan_, fileNum);
     if (rec == nullptr) return;
@@ -174,7 +174,7 @@ void SampleContent::recSegmentInfo(const IndexFilePlace& file, uint32_t fileNum,
     info->infoEx.isIncomplete = s.incomplete ? 1 : 0;
     info->infoEx.position = s.position;
     info->infoEx.nextFileNum = s.nextFileNum;
-    if (!file.backup && fileNum == plan_.flippedRecFile &&
+    if (!file.def->backup && fileNum == plan_.flippedRecFile &&
         segmentNum == plan_.flippedRecSegment) {
       info->dataOffset ^= plan_.flippedBit;
     }
@@ -212,7 +212,7 @@ void SampleContent::auxHead(const IndexFilePlace& file, uint32_t auxNum,
                             IndexFileAuxiliaryHead* head) const {
   if (auxNum != 1) return;  // the current auxiliary, as the header says
   head->isUsed = 1;
-  head->currentCount = static_cast<uint16_t>(contextsInUse(plan_, file.kind));
+  head->currentCount = static_cast<uint16_t>(contextsInUse(plan_, file.def->kind));
 }
 
 void SampleContent::auxContext(const IndexFilePlace& file, uint32_t auxNum,
@@ -220,7 +220,7 @@ void SampleContent::auxContext(const IndexFilePlace& file, uint32_t auxNum,
                                IndexFileAuxiliaryContext* context) const {
   if (auxNum != 1) return;
   int used = 0;
-  for (const Span& span : spans(plan_, file.kind)) {
+  for (const Span& span : spans(plan_, file.def->kind)) {
     if (contextOf(plan_, span) != ctxNum) continue;
     if (used == 0 || span.start < context->startTime) {
       context->startTime = span.start;
@@ -233,7 +233,7 @@ void SampleContent::auxContext(const IndexFilePlace& file, uint32_t auxNum,
   context->timeZone = kSampleTimeZone;
   context->isUsed = 1;
   // Only the current context is still being filled.
-  context->isFull = ctxNum < contextsInUse(plan_, file.kind) ? 1 : 0;
+  context->isFull = ctxNum < contextsInUse(plan_, file.def->kind) ? 1 : 0;
 }
 
 }  // namespace tr

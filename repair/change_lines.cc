@@ -7,6 +7,7 @@
 #include "base/output.h"
 #include "base/platform.h"
 #include "format/device_layout.h"
+#include "format/index_files.h"
 #include "format/index_layout.h"
 #include "format/record_fields.h"
 #include "format/trellis_head.h"
@@ -25,26 +26,22 @@ Known identify(uint64_t offset, size_t size) {
   if (offset == kTrellisHeadOffset && size == kTrellisHeadFields.recordSize) {
     return {"TrellisHead", &kTrellisHeadFields};
   }
-  const uint64_t bases[] = {
-      trellisHead.idxFileOffsetAV, trellisHead.idxFileBackupOffsetAV,
-      trellisHead.idxFileOffsetPic, trellisHead.idxFileBackupOffsetPic};
-  const char* const names[] = {"recordIndexFile", "backup recordIndexFile",
-                               "pictureIndexFile", "backup pictureIndexFile"};
-  for (int i = 0; i < 4; ++i) {
-    if (offset == bases[i] && size == kIndexFileHeadFields.recordSize) {
-      return {names[i], &kIndexFileHeadFields};
+  for (const IndexFileDef& file : kIndexFiles) {
+    const uint64_t base = indexFileStart(file, trellisHead);
+    if (offset == base && size == kIndexFileHeadFields.recordSize) {
+      return {file.name, &kIndexFileHeadFields};
     }
     if (trellisHead.idxFileSize < kAuxRegionSize ||
         size != kAuxHeadFields.recordSize) {
       continue;
     }
-    const uint64_t region = auxRegionStart(bases[i], trellisHead.idxFileSize);
+    const uint64_t region = auxRegionStart(base, trellisHead.idxFileSize);
     if (offset < region || offset >= region + kAuxRegionSize ||
         (offset - region) % kAuxiliarySize != 0) {
       continue;
     }
     const uint64_t auxNum = (offset - region) / kAuxiliarySize + 1;
-    return {formatString("%s auxiliary %llu", names[i],
+    return {formatString("%s auxiliary %llu", file.name,
                          static_cast<unsigned long long>(auxNum)),
             &kAuxHeadFields};
   }
@@ -57,27 +54,13 @@ std::string hexValue(const std::string& bytes) {
   return text;
 }
 
-// Text up to its first NUL, quoted; quotes, backslashes and bytes outside
-// printable ASCII as "\xHH".
-std::string textValue(const std::string& bytes) {
-  std::string text = "\"";
-  for (unsigned char c : bytes.substr(0, bytes.find('\0'))) {
-    if (c < 0x20 || c >= 0x7f || c == '"' || c == '\\') {
-      text += formatString("\\x%02x", c);
-    } else {
-      text += static_cast<char>(c);
-    }
-  }
-  return text + "\"";
-}
-
 // Numbers as stored (times too); an array, like any other bytes, in hex.
 std::string value(const FieldSpan& field, const std::string& bytes) {
   const auto* raw = reinterpret_cast<const unsigned char*>(bytes.data());
   if (field.count > 1) return hexValue(bytes);
   switch (field.show) {
     case FieldShow::kText:
-      return textValue(bytes);
+      return escapedText(bytes, kQuotedBytes);
     case FieldShow::kUnsigned:
       return formatString("%llu", static_cast<unsigned long long>(
                                       fieldNumber(field, raw)));

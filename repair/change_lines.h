@@ -7,7 +7,7 @@
 
 #include <vector>
 
-#include "base/journal.h"
+#include "repair/journal.h"
 
 namespace tr {
 

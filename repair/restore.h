@@ -1,4 +1,4 @@
-// Putting a device back as an undo journal (base/journal.h) says it was:
+// Putting a device back as an undo journal (repair/journal.h) says it was:
 // the records are replayed newest first, each range getting back the bytes
 // it held before its write, but only while the device still holds what that
 // write put there. A range that holds something else was changed since (by

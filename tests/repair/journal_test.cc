@@ -1,10 +1,11 @@
-// The undo journal: read back after a cut or damage at any byte, stopping
-// the write it was for when it cannot be kept, and a whole session undone
-// from it.
+// The undo journal: its text and checksum, read back after a cut or damage
+// at any byte, the write it was for stopped when its record cannot be kept,
+// and a whole session undone from it.
+#include "repair/journal.h"
+
+#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,47 +13,90 @@
 #include <string>
 #include <vector>
 
-#include "base/journal.h"
+#include "repair/markers.h"
 #include "tests/support/test_support.h"
 
 namespace tr {
 namespace test {
 namespace {
 
+JournalRecord record(uint32_t n) {
+  JournalRecord r;
+  r.number = n;
+  r.device = "/dev/mmc0";
+  r.deviceSize = 2147483648;
+  r.offset = 51200 * n;
+  r.time = "2024-03-05T07:14:09Z";
+  r.command = "maintain recException";
+  r.before = std::string(n, '\x01');
+  r.after = std::string(n, '\x02');
+  return r;
+}
+
 // Three records as the console appends them, and where the last begins.
 std::string threeRecords(size_t* lastStart) {
   std::string text = kJournalMagic;
   for (uint32_t n = 1; n <= 3; ++n) {
-    JournalRecord record;
-    record.number = n;
-    record.device = "/dev/mmc0";
-    record.deviceSize = 2147483648;
-    record.offset = 51200 * n;
-    record.time = "2024-03-05T07:14:09Z";
-    record.command = "maintain recException";
-    record.before = std::string(n, '\x01');
-    record.after = std::string(n, '\x02');
     *lastStart = text.size();
-    text += formatJournalRecord(record);
+    text += formatJournalRecord(record(n));
   }
   return text;
+}
+
+// `text` as a journal file, scanned. -1 with `*error` as scanJournal.
+int scan(const std::string& text, JournalScan* found, std::string* error) {
+  TempDir dir;
+  writeFile(dir.file("j"), text);
+  const int fd = ::open(dir.file("j").c_str(), O_RDONLY);
+  const int result = scanJournal(fd, 2147483648, found, error);
+  ::close(fd);
+  return result;
+}
+
+// The checksum is the CRC-32 of every byte before its line, as any CRC-32
+// tool gives it; each record reads back from the end of the one after it.
+TEST(JournalTest, RecordsReadBackWithTheirChecksums) {
+  JournalRecord r = record(1);
+  r.before = "IDX";
+  r.after = std::string(3, '\0');
+  r.offset = 51328;
+  EXPECT_EQ(formatJournalRecord(r),
+            "record 1\ndevice /dev/mmc0\nsize 2147483648\noffset 51328\n"
+            "length 3\ntime 2024-03-05T07:14:09Z\ncommand maintain "
+            "recException\nbefore 494458\nafter 000000\ncrc32 ad327b5d\n");
+  size_t last = 0;
+  TempDir dir;
+  writeFile(dir.file("j"), threeRecords(&last));
+  const int fd = ::open(dir.file("j").c_str(), O_RDONLY);
+  uint64_t end = readFile(dir.file("j")).size();
+  for (uint32_t n = 3; n >= 1; --n) {
+    JournalRecord back;
+    uint64_t start = 0;
+    std::string error;
+    ASSERT_EQ(readJournalRecordBefore(fd, end, n, &back, &start, &error), 0)
+        << error;
+    EXPECT_EQ(formatJournalRecord(back), formatJournalRecord(record(n)));
+    end = start;
+  }
+  EXPECT_EQ(end, std::string(kJournalMagic).size());
+  ::close(fd);
 }
 
 TEST(JournalTest, ACutLastRecordIsIgnoredWhereverTheCutFalls) {
   size_t last = 0;
   const std::string text = threeRecords(&last);
-  JournalContents read;
+  JournalScan read;
   std::string error;
   for (size_t cut = last; cut <= text.size(); ++cut) {
-    ASSERT_EQ(parseJournal(text.substr(0, cut), &read, &error), 0) << cut;
+    ASSERT_EQ(scan(text.substr(0, cut), &read, &error), 0) << cut;
     const bool whole = cut == text.size();
-    EXPECT_EQ(read.records.size(), whole ? 3u : 2u) << cut;
+    EXPECT_EQ(read.records, whole ? 3u : 2u) << cut;
     EXPECT_EQ(read.tornTail, cut != last && !whole) << cut;
     EXPECT_EQ(read.wholeLength, whole ? cut : last) << cut;
   }
   // The first line itself cut short: a journal without records.
-  ASSERT_EQ(parseJournal("trellis-un", &read, &error), 0);
-  EXPECT_TRUE(read.records.empty() && read.tornTail);
+  ASSERT_EQ(scan("trellis-un", &read, &error), 0);
+  EXPECT_TRUE(read.records == 0 && read.tornTail);
 }
 
 // One byte changed: in the last record it is a torn record; before it, the
@@ -76,12 +120,12 @@ TEST(JournalTest, DamageBeforeTheLastRecordRefusesTheJournal) {
   for (const auto& c : cases) {
     std::string damaged = text;
     damaged[c.at] = c.byte;
-    JournalContents read;
+    JournalScan read;
     std::string error;
-    const int result = parseJournal(damaged, &read, &error);
+    const int result = scan(damaged, &read, &error);
     if (c.error == nullptr) {
       EXPECT_EQ(result, 0) << c.at;
-      EXPECT_EQ(read.records.size(), 2u) << c.at;
+      EXPECT_EQ(read.records, 2u) << c.at;
     } else {
       EXPECT_EQ(result, -1) << c.at;
       EXPECT_EQ(error.rfind(c.error, 0), 0u) << c.at << ": " << error;
@@ -89,39 +133,49 @@ TEST(JournalTest, DamageBeforeTheLastRecordRefusesTheJournal) {
   }
 }
 
-// A full file system and a read-only one, each mounted in a mount
-// namespace of the test's own: every write of the session stops before the
-// device is touched, one line each naming the journal and the error.
-TEST(JournalTest, AJournalThatCannotBeKeptLeavesTheDeviceAsItWas) {
-  if (::unshare(CLONE_NEWNS) != 0 ||
-      ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-    GTEST_SKIP() << "no mount namespace of its own: " << std::strerror(errno);
-  }
+// A marker's write when its record cannot be kept: the journal cannot be
+// opened, is held by another console, its record cannot be written or made
+// durable. The device is left as it was, one line names the journal and
+// the error, and the journal is left without a part record.
+TEST(JournalTest, AWriteWhoseRecordCannotBeKeptIsNotMade) {
   TempDir dir;
-  const std::string image = dir.file("card.img");
-  ASSERT_TRUE(sizeFile(image, 64 << 20) && poke(image, 51200, std::string(400, 'x')));
-  const std::string before = readFile(image);
+  const std::string card = dir.file("card.img");
+  const std::string journal = dir.file("j.undo");
+  ASSERT_TRUE(sizeFile(card, 64 << 20) && poke(card, 51328, "IDX_01"));
+  useDevice(card);
+  const Extents before = extents(card);
   const struct {
-    unsigned long flags;
+    Fault fault;
     const char* error;
   } cases[] = {
-      {0, "cannot append the record: No space left on device (28)"},
-      {MS_RDONLY, "cannot open it: Read-only file system (30)"},
+      {{Call::kOpenFile, 1, -1, EROFS}, "cannot open it: Read-only file system (30)"},
+      {{}, "another console is appending to it"},
+      {{Call::kWrite, 1, -1, ENOSPC}, "cannot append the record: No space left on device (28)"},
+      {{Call::kFsync, 1, -1, EIO}, "cannot append the record: Input/output error (5)"},
   };
+  setJournalPath(journal);
   for (const auto& c : cases) {
-    const std::string mnt = dir.file(c.flags == 0 ? "full" : "ro");
-    ASSERT_EQ(::mkdir(mnt.c_str(), 0755), 0);
-    ASSERT_EQ(::mount("tmpfs", mnt.c_str(), "tmpfs", c.flags, "size=16k"), 0);
-    writeFile(mnt + "/filler", std::string(1 << 20, 'f'));
-    const RunResult r =
-        runConsole("maintain recException\nmaintain memsetTrellisHead\n",
-                   {{"TRELLIS_DEVICE", image},
-                    {"TRELLIS_UNDO", mnt + "/j.undo"}});
-    const std::string line = "undo journal " + mnt + "/j.undo: " + c.error +
-                             "; nothing written to the device\n";
-    EXPECT_EQ(r.err, line + line);
-    EXPECT_TRUE(readFile(image) == before) << c.error;
+    const int holder = ::open(journal.c_str(), O_RDONLY | O_CREAT, 0644);
+    const bool held = c.fault.call == Call::kNone;
+    ASSERT_EQ(held ? ::flock(holder, LOCK_SH) : 0, 0);
+    int result = 0;
+    Captured said;
+    {
+      SysFaults faults(c.fault);
+      said = capture([&] {
+        const DeviceCommand command("maintain recException");
+        result = _tr_maintainIndexFileException(51328);
+      });
+      EXPECT_EQ(faults.unreturned(), 0) << c.error;
+    }
+    ::close(holder);
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(said.err, "undo journal " + journal + ": " + c.error +
+                            "; nothing written to the device\n");
+    EXPECT_EQ(changes(before, extents(card)), "") << c.error;
+    EXPECT_EQ(readFile(journal), "") << c.error;
   }
+  setJournalPath("");
 }
 
 // A session of all thirteen writing commands over two runs, journalled,
@@ -190,15 +244,18 @@ TEST_P(UndoSessionTest, EveryWriteComesBackFromTheJournal) {
   writeFile(dir_.file("switches"), golden("undo_switches.txt"));
   EXPECT_EQ(run({"-r", "-c", "maintain recException"}).status, 1);
   const RunResult first = run({"-qu", journal, "-f", dir_.file("markers")});
-  // A console killed while appending leaves a torn record, which the next
-  // run replaces.
-  writeFile(journal, readFile(journal) + "record 9\ndevice /dev/mm");
+  // A console killed while appending leaves a torn record, longer than the
+  // record that replaces it in the next run.
+  writeFile(journal, readFile(journal) + "record 9\ndevice /dev/mmc0\n" +
+                         "before " + std::string(4000, '0'));
   const RunResult second = run({"-qu", journal, "-f", dir_.file("switches")});
   EXPECT_EQ(first.status + second.status, 0) << first.err << second.err;
   EXPECT_EQ(first.out + second.out, golden("undo_session.txt"));
   EXPECT_NE(second.err.find("is replaced\n"), std::string::npos);
-  EXPECT_EQ(lastLine(run({"--restore", journal, "--dry-run"}).out),
+  const RunResult dry = run({"--restore", journal, "--dry-run"});
+  EXPECT_EQ(lastLine(dry.out),
             "17 would be restored, 0 skipped, 0 changed since\n");
+  EXPECT_EQ(dry.err, "");
 
   // The auxiliary head changed after the session: the restore stops there.
   ASSERT_TRUE(poke(device_, 1129618, "\x55"));
@@ -222,14 +279,13 @@ TEST_P(UndoSessionTest, EveryWriteComesBackFromTheJournal) {
   EXPECT_EQ(done.status, 0);
   EXPECT_EQ(lastLine(done.out), "9 restored, 8 skipped, 0 changed since\n");
   EXPECT_TRUE(changes().empty());
-  JournalContents redo;
-  std::string error;
-  ASSERT_EQ(readJournalFile(dir_.file("k"), &redo, &error), 0) << error;
-  EXPECT_EQ(redo.records.size(), 9u);
+  EXPECT_EQ(lastLine(run({"--restore", dir_.file("k"), "--dry-run"}).out),
+            "9 would be restored, 0 skipped, 0 changed since\n");
 
-  ASSERT_TRUE(sizeFile(dir_.file("small.img"), 1 << 20));
+  // A journal of this card restores no other, larger or smaller.
+  ASSERT_TRUE(sizeFile(dir_.file("other.img"), 2u << 30));
   const RunResult other = runProgram(
-      {TRELLIS_MAINTAIN_BIN, "-d", dir_.file("small.img"), "--restore", journal}, "", {});
+      {TRELLIS_MAINTAIN_BIN, "-d", dir_.file("other.img"), "--restore", journal}, "", {});
   EXPECT_EQ(other.status, 1);
   EXPECT_NE(other.err.find("made on a device of 1073741824 bytes"),
             std::string::npos);

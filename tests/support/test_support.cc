@@ -219,6 +219,10 @@ int sysFclose(FILE* stream) {
   return failsNow(Call::kFclose) ? EOF : result;
 }
 
+int sysFsync(int fd) {
+  return failsNow(Call::kFsync) ? -1 : ledger->inner.fsync(fd);
+}
+
 void* sysMalloc(size_t size) {
   return failsNow(Call::kMalloc) ? nullptr : keep(ledger->inner.malloc(size));
 }
@@ -242,6 +246,7 @@ SysFaults::SysFaults(const Fault& fault) : saved_(sys) {
   sys.fread = sysFread;
   sys.fwrite = sysFwrite;
   sys.fclose = sysFclose;
+  sys.fsync = sysFsync;
   sys.malloc = sysMalloc;
   sys.free = sysFree;
 }

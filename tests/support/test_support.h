@@ -59,7 +59,7 @@ std::string changes(const Extents& before, const Extents& after);
 
 // kOpenFile: the open of a data file or of an extraction's output.
 enum class Call { kNone, kOpen, kSeek, kRead, kWrite, kClose, kOpenFile, kFread,
-                  kFwrite, kFclose, kMalloc, kCount };
+                  kFwrite, kFclose, kMalloc, kFsync, kCount };
 
 // The `occurrence`-th call of kind `call` (counted from 1) fails: it returns
 // `result` (-1 for kOpenFile, a null pointer for malloc, 0 items for a stream
