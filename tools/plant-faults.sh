@@ -50,7 +50,7 @@ pictures-unclamped @@ format/jpg_data_file_info.h @@ return info.validNum < kMax
 number-zero-admitted @@ format/index_file_head.cc @@ if (value >= 1 && value <= bound) return true; @@ if (value <= bound) return true;
 aux-past-region @@ format/aux_context.cc @@ auxNumBound(header.maxAuxNumber)) || @@ header.maxAuxNumber) ||
 iframe-part-entry @@ format/iframe_index.cc @@ static_cast<uint32_t>(info->iFrameInfoSize / sizeof(tr_IFrameIndex)); @@ static_cast<uint32_t>((info->iFrameInfoSize + 31) / sizeof(tr_IFrameIndex));
-extraction-short-by-one @@ extract/segment_extract.cc @@ if (copy.remaining != 0) { @@ if (copy.remaining > 1) {
+short-source-kept @@ extract/segment_extract.cc @@ if (copy.remaining != 0) { @@ if (copy.remaining != 0 && copy.end != CopyEnd::kEndOfFile) {
 picture-at-fragment-end @@ extract/picture_extract.cc @@ if (before + size > info->fragmentSize) { @@ if (before + size >= info->fragmentSize) {
 picture-zero-admitted @@ extract/picture_extract.cc @@ if (picNum == 0 || picNum > last) { @@ if (picNum > last) {
 output-follows-links @@ extract/output_file.cc @@ O_WRONLY | O_NOFOLLOW | O_NONBLOCK @@ O_WRONLY | O_NONBLOCK

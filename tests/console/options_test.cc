@@ -140,6 +140,8 @@ TEST_F(ScriptTest, ExitStatusTellsWhetherEveryCommandSucceeded) {
        "TRELLIS_READ_ONLY is 'yes': set it to 1 to refuse writing, or to 0 "
        "to allow it\n",
        "", {{"TRELLIS_READ_ONLY", "yes"}}},
+      {"-qd|CARD|-c|maintain recNormal", "", 0, "", "*",
+       {{"TRELLIS_READ_ONLY", "0"}}},
       // A script's last line needs no newline; a line too long for the
       // console runs nothing rather than a command cut short.
       {"-qd|CARD|-f|-", "maintain recDataFileHead 1", 0, "", "*"},

@@ -193,7 +193,8 @@ TEST(HazardTest, AWriterFindingTheCardBusyWritesNothing) {
   ASSERT_TRUE(sizeFile(image, 1 << 30) && poke(image, 51200, "untouched"));
   const int holders[] = {open(card.c_str(), O_RDONLY),
                          open(image.c_str(), O_RDONLY)};
-  for (const int fd : holders) ASSERT_EQ(flock(fd, LOCK_EX), 0);
+  // Even a reader's shared lock keeps a writer out.
+  for (const int fd : holders) ASSERT_EQ(flock(fd, LOCK_SH), 0);
   EXPECT_TRUE(has(run(Session("maintain picException\n", env)).err,
                   card + " is busy: "));
   EXPECT_TRUE(
@@ -248,15 +249,15 @@ std::string onTerminal(Session* s, int fd) {
 TEST(HazardTest, CardTextIsEscapedOnATerminal) {
   TempDir dir;
   const std::string card = dir.file("card.img");
-  ASSERT_TRUE(sizeFile(card, kCard) && poke(card, kPic, "\x1b]0;x\a"));
+  ASSERT_TRUE(sizeFile(card, kCard) && poke(card, kPic, "\x1b]0;x\x7f\a"));
   Session s("", {{"TRELLIS_DEVICE", card}});
   s.args = {"--color=auto", "-c", "maintain picIndexFileHead"};
   Session typed = s;
   const std::string screen = onTerminal(&s, 1);
-  EXPECT_TRUE(has(screen, "\x1b[31m\\x1b]0;x\\x07\x1b[0m\r\n")) << screen;
+  EXPECT_TRUE(has(screen, "\x1b[31m\\x1b]0;x\\x7f\\x07\x1b[0m\r\n")) << screen;
   EXPECT_FALSE(has(screen, "\x1b]"));
   onTerminal(&typed, 0);
-  EXPECT_TRUE(has(typed.out, "\x1b]0;x\a\n") && !has(typed.out, "\x1b["))
+  EXPECT_TRUE(has(typed.out, "\x1b]0;x\x7f\a\n") && !has(typed.out, "\x1b["))
       << typed.out;
 }
 

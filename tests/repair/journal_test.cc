@@ -245,9 +245,9 @@ TEST_P(UndoSessionTest, EveryWriteComesBackFromTheJournal) {
   EXPECT_EQ(run({"-r", "-c", "maintain recException"}).status, 1);
   const RunResult first = run({"-qu", journal, "-f", dir_.file("markers")});
   // A console killed while appending leaves a torn record, longer than the
-  // record that replaces it in the next run.
+  // records that replace it in the next run.
   writeFile(journal, readFile(journal) + "record 9\ndevice /dev/mmc0\n" +
-                         "before " + std::string(4000, '0'));
+                         "before " + std::string(40000, '0'));
   const RunResult second = run({"-qu", journal, "-f", dir_.file("switches")});
   EXPECT_EQ(first.status + second.status, 0) << first.err << second.err;
   EXPECT_EQ(first.out + second.out, golden("undo_session.txt"));
