@@ -6,10 +6,10 @@
 // in TR00001.mp4 and TR00001.picture. What an input writes on the card is
 // undone, and the files it extracts removed, before the next.
 //
-// printer_fuzzer: a record printer, or the output helpers, fed arbitrary
-// record bytes. Byte 0 picks the printer (its top bit switches colour off);
-// two numbers follow; the rest fills the record, which lives in a heap
-// block of exactly its own size, so a read past it is caught.
+// printer_fuzzer: a record printer fed arbitrary record bytes. Byte 0
+// picks the printer (its top bit switches colour off); two numbers follow;
+// the rest fills the record, which lives in a heap block of exactly its
+// own size, so a read past it is caught.
 //
 // image_fuzzer: start-up on a sparse image of a size the input picks, then
 // one of the 38 commands with numbers from the input, or (a command byte of
@@ -159,28 +159,6 @@ std::unique_ptr<Record> recordFrom(Bytes& in) {
   return record;
 }
 
-void printHelpers(Bytes& in) {
-  const uint64_t value = in.take<uint64_t>();
-  const size_t bufferSize = in.take<uint8_t>() % 40;
-  sizeText(value);
-  timeZoneText(static_cast<int32_t>(value));
-  std::unique_ptr<char[]> text(new char[bufferSize + 1]);
-  _tr_maintainFormatUnixTime(static_cast<int64_t>(value), text.get(), bufferSize);
-  _tr_maintainGetColoredTimestamp(text.get(), bufferSize);
-  tableWord(kValidityNames, 3, value);
-  _tr_maintainVideoEncodeTypeToStr(static_cast<uint32_t>(value));
-  _tr_maintainAudioEncodeTypeToStr(static_cast<int>(value));
-  std::vector<char> dump(in.size + 1);
-  in.copy(dump.data(), dump.size() - 1);
-  _tr_maintainHexDump(dump.data(), dump.size() - 1);
-  _tr_maintainPrintColoredField(dump.data(), dump.data(), kRed);  // stray escapes
-  uint32_t positions[kPositionsPerContext];
-  std::memcpy(positions, dump.data(), std::min(dump.size(), sizeof positions));
-  _tr_maintainPrintPositionChunk(positions, static_cast<int32_t>(value),
-                                 static_cast<int32_t>(value >> 32), "Positions");
-  _tr_maintainCountValidPositions(positions, static_cast<int>(value % 101));
-}
-
 void printerInput(Bytes& in) {
   const uint8_t selector = in.take<uint8_t>();
   setColourEnabled((selector & 0x80) == 0);
@@ -197,7 +175,7 @@ void printerInput(Bytes& in) {
       _tr_maintainPrintIndexAuxContext(recordFrom<IndexFileAuxiliaryContext>(in).get(), first, second);
       break;
     case 7: printFileTypeInfo(*recordFrom<tr_FileTypeInfo>(in), in.take<uint64_t>()); break;
-    default: printHelpers(in); break;
+    default: break;
   }
   setColourEnabled(true);
 }

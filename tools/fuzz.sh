@@ -33,7 +33,7 @@ for name in $harnesses; do
   fi
   mkdir -p "$build/corpus/$name"
   dict=()
-  if [ -f "fuzz/$name.dict" ]; then dict=(-dict="fuzz/$name.dict"); fi
+  if [ -f "fuzz/corpus/$name.dict" ]; then dict=(-dict="fuzz/corpus/$name.dict"); fi
   log=$build/$name.log
   echo "*** $name: ${seconds}s"
   # -close_fd_mask=3: the console's own output goes nowhere; libFuzzer and

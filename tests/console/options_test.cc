@@ -167,28 +167,6 @@ TEST_F(ScriptTest, ExitStatusTellsWhetherEveryCommandSucceeded) {
   }
 }
 
-// The same lines typed at the recorder's console, given to -c, and given
-// quietly: the framing differs, nothing else.
-TEST_F(ScriptTest, QuietPrintsThePlainOutputWithoutItsFraming) {
-  const std::string typed =
-      "maintain recIndexFileHead\nmaintain nosuch 1\n"
-      "maintain recDataFileHead 2\nmaintain recDataFileHead 5\n";
-  const RunResult recorder =
-      runConsole(typed, {{"TRELLIS_DEVICE", card_}});
-  const RunResult plain =
-      run(split("-d|CARD|-c|maintain recIndexFileHead|-c|maintain nosuch 1|-c|"
-                "maintain recDataFileHead 2|-c|maintain recDataFileHead 5"));
-  const RunResult quiet = run({"-qd", "CARD", "-f", "-"}, typed);
-  EXPECT_EQ(maskTimestamps(plain.out), maskTimestamps(recorder.out));
-  // What the commands printed: from the first prompt on, without the
-  // prompts and the farewell.
-  const std::string prompt = "\x1b[32mplease enter the console command:\x1b[0m\n";
-  std::string answers = replaced(plain.out.substr(plain.out.find(prompt)), prompt, "");
-  answers.erase(answers.rfind("\x1b[31mBye Trellis Maintain\x1b[0m\n"));
-  EXPECT_EQ(maskTimestamps(quiet.out), maskTimestamps(answers));
-  EXPECT_EQ(plain.status, 1);
-}
-
 // Host tools (cmake, the linters) run through std::system, not under the
 // emulator or checker that runs the programs under test; what they print
 // shows in the test's own output.

@@ -7,7 +7,10 @@
 //   setup             size <file> <bytes>     sparse, made or cut (a size
 //                                             the file system cannot hold
 //                                             skips the case)
-//                     poke <file> <offset> <bytes>
+//                     poke <file> <offset>[,<offset>...] <bytes>
+//                     copy <file> <from> <length> <to>[,<to>...]
+//                     save <file> | restore <file>   (the whole file back
+//                                             as it was when saved)
 //                     mkdir <dir> | symlink <target> <path> | env NAME=value
 //   console           a console run: its standard output, where "> <line>"
 //                     is a line it reads (a trailing "\" sends it without a
@@ -15,6 +18,10 @@
 //                     asked for it; "> ^D" is a prompt that met the end of
 //                     the input
 //   mkcard <args>     a card builder run: its standard output
+//   only <regex>      after a console section: only the lines of its output
+//                     that the ECMAScript regex finds something in, and the
+//                     lines it reads, are compared (a colour reset opening
+//                     a line left out)
 //   stderr, status N  the run's standard error (none) and exit status (0)
 //   changes           after a console run: each run of bytes of card.img it
 //                     changed, "<offset>: <hex before> -> <hex after>"
@@ -28,7 +35,9 @@
 //
 // <bytes> is a list of "text" (C escapes, \e the escape byte) and W:N (N as
 // W little-endian bytes). In expected text "\e" is the escape byte, a line
-// "@golden <name>" the contents of tests/golden/<name>, a line ending in
+// "@golden <name>" the contents of tests/golden/<name>, "@session <name>"
+// its lines read as if they stood in the case (a transcript of the lines a
+// run reads and what it prints), a line ending in
 // "\" runs on into the next without a newline, and "...\n" stands for any
 // run of characters. Timestamps read "<TS>", the case's directory "@DIR";
 // card.img is TRELLIS_DEVICE and media/ TRELLIS_MEDIA_DIR.
@@ -39,6 +48,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <map>
+#include <regex>
 #include <sstream>
 
 #include "tests/support/test_support.h"
@@ -123,17 +133,43 @@ class SessionTest : public testing::TestWithParam<std::string> {
  protected:
   std::string path(const std::string& name) { return dir_.file(name); }
 
+  // "<offset>,<offset>,...".
+  static std::vector<uint64_t> offsets(std::istream& in) {
+    std::string list;
+    in >> list;
+    std::vector<uint64_t> all;
+    std::istringstream items(list);
+    for (std::string item; std::getline(items, item, ',');) all.push_back(std::stoull(item));
+    return all;
+  }
+
   void setUp(std::istringstream& line) {
     std::string verb, name, more;
     line >> verb >> name;
-    uint64_t offset = 0;
+    uint64_t offset = 0, length = 0;
     if (verb.empty()) return;
     if (verb == "size") {
       line >> offset;
       if (!sizeFile(path(name), offset)) GTEST_SKIP() << "no sparse file of " << offset << " bytes here";
-    } else if (verb == "poke") {
-      line >> offset;
-      ASSERT_TRUE(poke(path(name), offset, bytesOf(line))) << name;
+    } else if (verb == "poke" || verb == "copy") {
+      std::vector<uint64_t> to = offsets(line);
+      std::string bytes;
+      if (verb == "copy") {
+        line >> length;
+        bytes = peek(path(name), to[0], length);
+        to = offsets(line);
+      } else {
+        bytes = bytesOf(line);
+      }
+      for (uint64_t at : to) ASSERT_TRUE(poke(path(name), at, bytes)) << name << " at " << at;
+    } else if (verb == "save") {
+      struct stat st;
+      ASSERT_EQ(::stat(path(name).c_str(), &st), 0) << name;
+      saved_[name] = {extents(path(name)), static_cast<uint64_t>(st.st_size)};
+    } else if (verb == "restore") {
+      const auto& [data, size] = saved_.at(name);
+      ASSERT_TRUE(sizeFile(path(name), 0) && sizeFile(path(name), size));
+      for (const auto& [at, bytes] : data) poke(path(name), at, bytes);
     } else if (verb == "mkdir") {
       ::mkdir(path(name).c_str(), 0755);
     } else if (verb == "symlink") {
@@ -199,6 +235,16 @@ class SessionTest : public testing::TestWithParam<std::string> {
       r.out.replace(at, prompt.size(), shown);
       at += shown.size();
     }
+    if (!only_.empty()) {
+      const std::regex wanted(only_);
+      std::string kept;
+      for (std::string line : split(r.out)) {
+        // A colour left open by the line before does not count.
+        if (line.rfind("\x1b[0m", 0) == 0) line.erase(0, 4);
+        if (line.rfind("> ", 0) == 0 || line == ">" || std::regex_search(line, wanted)) kept += line + "\n";
+      }
+      r.out = kept;
+    }
     expectText("stdout", want_["stdout"], r.out);
     expectText("stderr", want_["stderr"], maskTimestamps(replaced(r.err, dir_.path(), "@DIR")));
     EXPECT_EQ(r.status, status_);
@@ -210,6 +256,7 @@ class SessionTest : public testing::TestWithParam<std::string> {
       check(words);
     }
     program_.clear();
+    only_.clear();
     prompts_.clear();
     input_.clear();
     want_.clear();
@@ -222,44 +269,57 @@ class SessionTest : public testing::TestWithParam<std::string> {
   std::string input_;
   Lines prompts_;  // what stands for each prompt
   std::map<std::string, std::string> want_;  // by section
+  // One line of a case, or of a transcript it names.
+  void read(const std::string& line) {
+    if (line.rfind("#", 0) == 0 && (line.size() == 1 || line[1] == ' ')) return;
+    std::istringstream words(line);
+    if (line.rfind("--- ", 0) == 0) {
+      words.ignore(4) >> section_;
+      if (section_ == "setup" || section_ == "console" || section_ == "mkcard") run();
+      if (section_ == "console" || section_ == "mkcard") {
+        program_ = {section_ == "console" ? TRELLIS_MAINTAIN_BIN : TRELLIS_MKCARD_BIN};
+        for (std::string word; words >> word;) program_.push_back(replaced(word, "@DIR", dir_.path()));
+        section_ = "stdout";
+      }
+      if (section_ == "status") words >> status_;
+      if (section_ == "only") {
+        std::getline(words >> std::ws, only_);
+        section_ = "stdout";
+      }
+    } else if (section_ == "setup") {
+      setUp(words);
+    } else if (line.rfind("@golden ", 0) == 0) {
+      want_[section_] += golden(line.substr(8));
+    } else if (line.rfind("@session ", 0) == 0) {
+      const std::string transcript = readFile(sourceFile("golden", line.substr(9)));
+      if (transcript.empty()) ADD_FAILURE() << "no transcript " << line.substr(9);
+      for (const std::string& said : split(transcript)) read(said);
+    } else if (section_ == "stdout" && line.rfind(">", 0) == 0 && line != "> ^D") {
+      const bool open = line.back() == '\\';  // read without a newline
+      const std::string text = line.substr(std::min<size_t>(2, line.size()), line.size() - 2 - open);
+      input_ += text + (open ? "" : "\n");
+      prompts_.push_back(">" + (text.empty() ? "" : " " + text) + "\n");
+      want_[section_] += prompts_.back();
+    } else if (!line.empty() && line.back() == '\\') {
+      want_[section_] += replaced(line.substr(0, line.size() - 1), "\\e", "\x1b");
+    } else {
+      want_[section_] += replaced(line, "\\e", "\x1b") + "\n";
+    }
+  }
+
+  std::string section_;
   int status_ = 0;
   std::string skip_;  // why a check could not be made, once all the rest were
+  std::map<std::string, std::pair<Extents, uint64_t>> saved_;  // by file
+  std::string only_;  // the lines of the output compared, or all
 };
 
 TEST_P(SessionTest, PrintsWhatTheCaseSays) {
   ::mkdir(path("media").c_str(), 0755);
   env_ = {{"TRELLIS_DEVICE", path("card.img")}, {"TRELLIS_MEDIA_DIR", path("media")}};
-  std::string section;
   for (const std::string& line : split(readFile(sourceFile("cases", GetParam() + ".case")))) {
-    if (line.rfind("#", 0) == 0 && (line.size() == 1 || line[1] == ' ')) continue;
-    std::istringstream words(line);
-    if (line.rfind("--- ", 0) == 0) {
-      words.ignore(4) >> section;
-      if (section == "setup" || section == "console" || section == "mkcard") run();
-      if (section == "console" || section == "mkcard") {
-        program_ = {section == "console" ? TRELLIS_MAINTAIN_BIN : TRELLIS_MKCARD_BIN};
-        for (std::string word; words >> word;)
-          program_.push_back(replaced(word, "@DIR", dir_.path()));
-        section = "stdout";
-      }
-      if (section == "status") words >> status_;
-    } else if (section == "setup") {
-      setUp(words);
-      if (HasFatalFailure() || IsSkipped()) return;
-    } else if (line.rfind("@golden ", 0) == 0) {
-      want_[section] += golden(line.substr(8));
-    } else if (section == "stdout" && line.rfind(">", 0) == 0 && line != "> ^D") {
-      const bool open = line.back() == '\\';  // read without a newline
-      const std::string text = line.substr(std::min<size_t>(2, line.size()),
-                                           line.size() - 2 - open);
-      input_ += text + (open ? "" : "\n");
-      prompts_.push_back(">" + (text.empty() ? "" : " " + text) + "\n");
-      want_[section] += prompts_.back();
-    } else if (!line.empty() && line.back() == '\\') {
-      want_[section] += replaced(line.substr(0, line.size() - 1), "\\e", "\x1b");
-    } else {
-      want_[section] += replaced(line, "\\e", "\x1b") + "\n";
-    }
+    read(line);
+    if (HasFatalFailure() || IsSkipped()) return;
   }
   run();
   if (!skip_.empty()) GTEST_SKIP() << skip_;

@@ -261,36 +261,6 @@ TEST(HazardTest, CardTextIsEscapedOnATerminal) {
       << typed.out;
 }
 
-// A copy of more than 64 MiB shows its progress on a terminal: once its
-// first block is out, the copy is held still for half a second, so at least
-// one line is due, and the line is wiped before the result is printed.
-TEST(HazardTest, ALongCopyShowsProgressOnATerminalOnly) {
-  TempDir dir;
-  Session s(kRecData, makeCard(dir, 256 << 20, 256 << 20));
-  s.meanwhile = [&](pid_t pid) {
-    struct stat st;
-    for (int i = 0; i < 600000; ++i) {
-      if (stat(dir.file("media/00001_0001.mp4").c_str(), &st) == 0 &&
-          st.st_size > 0)
-        break;
-      usleep(100);
-    }
-    kill(pid, SIGSTOP);
-    usleep(500000);
-    kill(pid, SIGCONT);
-  };
-  const std::string screen = onTerminal(&s, 2);
-  EXPECT_TRUE(has(s.out, "[SUCCESS] Extracted 268435456 bytes")) << s.out;
-  const size_t line = screen.find(" of 268435456 bytes (");
-  const size_t wipe = screen.find_last_of('\r', screen.size() - 2);
-  EXPECT_TRUE(line != std::string::npos && screen.back() == '\r' &&
-              screen.find_first_not_of(' ', wipe + 1) == screen.size() - 1)
-      << testing::PrintToString(screen);
-  s.terminal = -1;
-  unlink(dir.file("media/00001_0001.mp4").c_str());
-  EXPECT_EQ(run(s).err, "");
-}
-
 // Command, segment length, what it prints. The data files hold 32 MiB:
 // a copy, or a picture read whole into memory, touches every byte of it.
 const std::tuple<const char*, uint32_t, const char*> kMemory[] = {

@@ -69,6 +69,21 @@ RunResult runConsole(const std::string& input, const EnvList& env) {
   return runProgram({TRELLIS_MAINTAIN_BIN}, input, env);
 }
 
+RunResult runPython(const std::string& script, const std::string& input) {
+  // Not under TRELLIS_TEST_EXEC_WRAPPER: python3 is a host tool.
+  const char* wrapper = std::getenv("TRELLIS_TEST_EXEC_WRAPPER");
+  const std::string saved = wrapper == nullptr ? "" : wrapper;
+  unsetenv("TRELLIS_TEST_EXEC_WRAPPER");
+  RunResult result;
+  {
+    TempDir dir;
+    writeFile(dir.file("script.py"), script);
+    result = runProgram({"python3", dir.file("script.py")}, input, {});
+  }
+  if (wrapper != nullptr) setenv("TRELLIS_TEST_EXEC_WRAPPER", saved.c_str(), 1);
+  return result;
+}
+
 std::string maskTimestamps(const std::string& text) {
   static const std::regex stamp(
       "(\x1b\\[33m)?\\[\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\](\x1b\\[0m)?");

@@ -114,6 +114,10 @@ pid_t spawn(const std::vector<std::string>& argv, const EnvList& env,
 RunResult runProgram(const std::vector<std::string>& argv,
                      const std::string& input, const EnvList& env);
 RunResult runConsole(const std::string& input, const EnvList& env);
+// python3 running `script` with `input` on its standard input, for the
+// tests that read an output with a parser of another origin: status 127
+// when python3 is not installed (the caller skips).
+RunResult runPython(const std::string& script, const std::string& input);
 
 // Every "\e[33m[YYYY-MM-DD HH:MM:SS]\e[0m" (or the bare bracket) as "<TS>".
 std::string maskTimestamps(const std::string& text);
