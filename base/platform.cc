@@ -19,6 +19,12 @@ std::string deviceName = kDefaultDevice;
 namespace {
 
 std::string gMediaDir = kDefaultMediaDir;
+std::string gOutputDir;  // empty: the media directory
+
+std::string joined(std::string dir, const std::string& fileName) {
+  if (dir.empty() || dir.back() != '/') dir += '/';
+  return dir + fileName;
+}
 
 int sysOpen(const char* path, int flags) { return ::open(path, flags); }
 
@@ -86,6 +92,7 @@ void loadPlatform() {
   const char* media = envOrEmpty("TRELLIS_MEDIA_DIR");
   setDevicePath(*device != '\0' ? device : kDefaultDevice);
   setMediaDir(*media != '\0' ? media : kDefaultMediaDir);
+  setOutputDir(envOrEmpty("TRELLIS_OUTPUT_DIR"));
 }
 
 void setDevicePath(const std::string& path) { deviceName = path; }
@@ -93,9 +100,22 @@ void setDevicePath(const std::string& path) { deviceName = path; }
 void setMediaDir(const std::string& dir) { gMediaDir = dir; }
 
 std::string mediaPath(const std::string& fileName) {
-  std::string path = gMediaDir;
-  if (path.empty() || path.back() != '/') path += '/';
-  return path + fileName;
+  return joined(gMediaDir, fileName);
+}
+
+void setOutputDir(const std::string& dir) { gOutputDir = dir; }
+
+std::string outputPath(const std::string& fileName) {
+  return joined(gOutputDir.empty() ? gMediaDir : gOutputDir, fileName);
+}
+
+bool outputIntoMediaDir() {
+  if (gOutputDir.empty()) return true;
+  struct stat output;
+  struct stat media;
+  return ::stat(gOutputDir.c_str(), &output) == 0 &&
+         ::stat(gMediaDir.c_str(), &media) == 0 &&
+         output.st_dev == media.st_dev && output.st_ino == media.st_ino;
 }
 
 std::string formatString(const char* fmt, ...) {

@@ -25,8 +25,8 @@ constexpr const char kDefaultMediaDir[] = "/mnt/sd/";
 // loadPlatform(), before start-up measures the device.
 extern std::string deviceName;
 
-// Reads TRELLIS_DEVICE and TRELLIS_MEDIA_DIR; unset or empty means the
-// recorder's own paths.
+// Reads TRELLIS_DEVICE, TRELLIS_MEDIA_DIR and TRELLIS_OUTPUT_DIR; unset or
+// empty means the recorder's own paths.
 void loadPlatform();
 void setDevicePath(const std::string& path);
 void setMediaDir(const std::string& dir);
@@ -34,6 +34,13 @@ void setMediaDir(const std::string& dir);
 // The media directory joined with `fileName`, with exactly one '/' between
 // them when the directory does not already end in one.
 std::string mediaPath(const std::string& fileName);
+
+// Where the console's extractions write: -o or TRELLIS_OUTPUT_DIR, else
+// the media directory (the recorder's own choice).
+void setOutputDir(const std::string& dir);
+std::string outputPath(const std::string& fileName);
+// True when that is the media directory, under whatever name.
+bool outputIntoMediaDir();
 
 // printf into a std::string of whatever length the text needs.
 std::string formatString(const char* fmt, ...)

@@ -6,7 +6,7 @@
 #include "base/output.h"
 #include "base/platform.h"
 #include "base/region_reader.h"
-#include "check/card.h"
+#include "format/card.h"
 #include "check/record_checks.h"
 #include "check/record_fields.h"
 #include "check/report.h"

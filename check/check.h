@@ -10,6 +10,7 @@
 #include <string>
 
 #include "format/index_files.h"
+#include "format/segment_filter.h"
 
 namespace tr {
 
@@ -22,12 +23,14 @@ struct CheckSettings {
   bool json = false;  // JSON Lines instead of text
   // Adds to each problem the command that shows its record, when set.
   CommandNamer commandFor = nullptr;
+  SegmentFilter filter;  // what --list lists
 };
 
 // Exit statuses of both commands.
 constexpr int kCardClean = 0;       // no problem found, or all listed
 constexpr int kCardProblems = 1;    // problems found, or a part not listed
 constexpr int kCardUnreadable = 2;  // the device could not be read
+constexpr int kCardUsage = 2;       // the filters cannot be applied
 
 // One line per data file in use (or marked invalid or full) and then one
 // per segment in use, of the record and the picture index file, and a

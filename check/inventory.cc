@@ -9,11 +9,14 @@
 #include "base/output.h"
 #include "base/platform.h"
 #include "base/region_reader.h"
-#include "check/card.h"
+#include "base/times.h"
+#include "format/card.h"
 #include "check/check.h"
 #include "check/record_checks.h"
 #include "check/report.h"
 #include "format/index_layout.h"
+#include "format/segment_facts.h"
+#include "format/segment_filter.h"
 
 namespace tr {
 namespace {
@@ -28,19 +31,9 @@ struct Totals {
   uint64_t bytes = 0;
 };
 
-std::string jsonWords(const std::vector<const char*>& words) {
-  std::string json = "[";
-  for (const char* word : words) {
-    if (json.size() > 1) json += ',';
-    json += escapedText(word, kJsonString);
-  }
-  return json + "]";
-}
-
-std::string textWords(const std::vector<const char*>& words) {
+std::string textWords(const std::vector<std::string>& words) {
   std::string text;
-  for (const char* word : words)
-    text += (text.empty() ? "" : ", ") + std::string(word);
+  for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
   return text;
 }
 
@@ -49,7 +42,7 @@ std::string textWords(const std::vector<const char*>& words) {
 void listDataFile(const IndexFileDef& file, uint32_t fileNum,
                   const tr_DataFileHead& head, Totals* totals, Report* report) {
   if (head.inUse == 0 && head.validity == 1) return;
-  std::vector<const char*> states = {head.inUse != 0 ? "in use" : "not in use"};
+  std::vector<std::string> states = {head.inUse != 0 ? "in use" : "not in use"};
   if (head.validity == 0) states.push_back("invalid");
   if (head.validity == 2) states.push_back("full");
   if (head.validity > 2) states.push_back("unknown validity");
@@ -60,7 +53,7 @@ void listDataFile(const IndexFileDef& file, uint32_t fileNum,
   JsonObject object;
   object.add("type", "dataFile");
   addPlace(where, &object);
-  object.addRaw("states", jsonWords(states))
+  object.addRaw("states", jsonArray(states))
       .add("channel", uint64_t{head.channel})
       .add("validity", uint64_t{head.validity})
       .add("validSegments", uint64_t{head.validSegments})
@@ -73,62 +66,20 @@ void listDataFile(const IndexFileDef& file, uint32_t fileNum,
       object);
 }
 
-// What a segment line shows, for either kind of segment info.
-struct SegmentFacts {
-  std::vector<const char*> states;
-  bool channelValid;
-  int32_t channel;
-  bool timeValid;
-  int64_t start;
-  int64_t end;
-  int32_t zone;
-  uint64_t offset;
-  uint64_t length;
-  int pictures;  // -1 for a record segment
-};
-
-SegmentFacts recordFacts(const tr_RecDataFileInfo& info) {
-  SegmentFacts facts = {{"in use"},
-                        (info.effinfoMask & ETR_MEDIAFILEEFFINFO_CHANNEL) != 0,
-                        info.fileTypeInfo.channel,
-                        timeGroupValid(info.effinfoMask),
-                        info.timeInfo.startTime,
-                        info.timeInfo.endTime,
-                        info.timeInfo.timeZone,
-                        info.dataOffset,
-                        info.datalen,
-                        -1};
-  if (info.infoEx.isIncomplete != 0) facts.states.push_back("incomplete");
-  return facts;
-}
-
-SegmentFacts pictureFacts(const tr_JPGDataFileInfo& info) {
-  const int pictures = pictureCount(info);
-  const tr_ImageDetail& first = info.imageDetails[0];
-  const tr_ImageDetail& last =
-      info.imageDetails[pictures > 0 ? pictures - 1 : 0];
-  return {{"in use"},
-          (info.effinfoMask & ETR_MEDIAFILEEFFINFO_CHANNEL) != 0,
-          info.fileTypeInfo.channel,
-          pictures > 0 && timeGroupValid(info.effinfoMask),
-          first.utcTime,
-          last.utcTime,
-          first.timeZone,
-          info.fragmentOffset,
-          info.fragmentSize,
-          pictures};
-}
-
+// A segment's line: its states, channel, span of time in UTC and on the
+// recorder's clock, pictures, and place in the data file.
 void listSegment(const Place& where, const SegmentFacts& facts, Totals* totals,
                  Report* report) {
+  std::vector<std::string> states = {"in use"};
+  if (facts.incomplete) states.push_back("incomplete");
   ++totals->segments;
-  totals->incomplete += facts.states.size() > 1;
+  totals->incomplete += facts.incomplete;
   totals->bytes += facts.length;
   JsonObject object;
   object.add("type", "segment");
   addPlace(where, &object);
-  object.addRaw("states", jsonWords(facts.states));
-  std::string text = where.text() + ": " + textWords(facts.states) + ";";
+  object.addRaw("states", jsonArray(states));
+  std::string text = where.text() + ": " + textWords(states) + ";";
   if (facts.channelValid) {
     object.add("channel", int64_t{facts.channel});
     text += formatString(" channel %d,", facts.channel);
@@ -136,14 +87,19 @@ void listSegment(const Place& where, const SegmentFacts& facts, Totals* totals,
     object.addNull("channel");
   }
   if (facts.timeValid) {
-    const std::string zone = timeZoneText(facts.zone);
-    object.add("start", utcText(facts.start))
-        .add("end", utcText(facts.end))
-        .add("timeZone", zone);
-    text += " " + utcText(facts.start) + " to " + utcText(facts.end) +
-            " UTC, zone " + zone + ",";
+    const std::string start = isoUtc(facts.start);
+    const std::string end = isoUtc(facts.end);
+    const std::string localStart = isoLocal(facts.start, facts.zone);
+    const std::string localEnd = isoLocal(facts.end, facts.zone);
+    object.add("start", start)
+        .add("end", end)
+        .add("localStart", localStart)
+        .add("localEnd", localEnd);
+    text += " " + start + " to " + end + " (" + localStart + " to " +
+            localEnd + "),";
   } else {
-    object.addNull("start").addNull("end").addNull("timeZone");
+    object.addNull("start").addNull("end").addNull("localStart").addNull(
+        "localEnd");
     text += " time not valid,";
   }
   if (facts.pictures >= 0) {
@@ -161,8 +117,8 @@ void listSegment(const Place& where, const SegmentFacts& facts, Totals* totals,
 // Lists one index file. 0, 1 when its dimensions do not fit its region
 // (nothing listed), -1 when a read failed.
 int listIndexFile(CardSession* card, const IndexFileDef& file,
-                  const tr_IndexFileHead& head, RegionReader* reader,
-                  Report* report, JsonObject* summary) {
+                  const tr_IndexFileHead& head, const SegmentFilter& filter,
+                  RegionReader* reader, Report* report, JsonObject* summary) {
   const uint64_t base = card->base(file);
   Totals totals;
   const bool fits =
@@ -173,7 +129,9 @@ int listIndexFile(CardSession* card, const IndexFileDef& file,
                    &dataHead, sizeof dataHead) == -1) {
       return -1;
     }
-    listDataFile(file, f, dataHead, &totals, report);
+    if (filter.takesChannel(dataHead.channel)) {
+      listDataFile(file, f, dataHead, &totals, report);
+    }
   }
   const uint64_t end =
       dataFileAreaEnd(file.kind, head.maxFileNum, head.maxSegmentNum);
@@ -188,15 +146,19 @@ int listIndexFile(CardSession* card, const IndexFileDef& file,
       const unsigned char* bytes = reader->take(infoSize);
       if (bytes == nullptr) return -1;
       if (!segmentInUse(bytes)) continue;
-      const Place where = {RecordKind::kSegmentInfo, &file, f, s};
+      SegmentFacts facts;
       if (file.kind == kRecordKind) {
         tr_RecDataFileInfo info;
         std::memcpy(&info, bytes, sizeof info);
-        listSegment(where, recordFacts(info), &totals, report);
+        facts = recordFacts(info);
       } else {
         tr_JPGDataFileInfo info;
         std::memcpy(&info, bytes, sizeof info);
-        listSegment(where, pictureFacts(info), &totals, report);
+        facts = pictureFacts(info);
+      }
+      if (filter.takes(facts)) {
+        listSegment({RecordKind::kSegmentInfo, &file, f, s}, facts, &totals,
+                    report);
       }
     }
     report->progress(reader->bytesRead());
@@ -237,6 +199,9 @@ int listIndexFile(CardSession* card, const IndexFileDef& file,
 int runInventory(const CheckSettings& settings) {
   CardSession card;
   if (card.open() == -1) return kCardUnreadable;
+  SegmentFilter filter = settings.filter;
+  const int zoned = resolveWindowZone(&card, &filter);
+  if (zoned != 0) return zoned == 1 ? kCardUsage : kCardUnreadable;
   Report report(settings.json, "listing");
   if (!card.indexFilesHoldTheirRegions()) {
     err("the index files of a device of %" PRIu64
@@ -269,8 +234,9 @@ int runInventory(const CheckSettings& settings) {
   summary.add("type", "summary");
   int status = kCardClean;
   for (int i = 0; i < 2; ++i) {
-    const int listed =
-        listIndexFile(&card, *files[i], heads[i], &reader, &report, &summary);
+    const int listed = listIndexFile(&card, *files[i], heads[i],
+                                     filter, &reader, &report,
+                                     &summary);
     if (listed == -1) {
       if (reader.failed()) card.lost();
       return kCardUnreadable;

@@ -18,7 +18,7 @@
 
 #include <cstdint>
 
-#include "check/card.h"
+#include "format/card.h"
 #include "check/report.h"
 #include "format/aux_context.h"
 #include "format/aux_head.h"

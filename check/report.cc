@@ -13,36 +13,6 @@ constexpr double kProgressDelaySeconds = 1.0;
 
 }  // namespace
 
-JsonObject& JsonObject::addRaw(const char* key, const std::string& json) {
-  if (body_.size() > 1) body_ += ',';
-  body_ += escapedText(key, kJsonString);
-  body_ += ':';
-  body_ += json;
-  return *this;
-}
-
-JsonObject& JsonObject::add(const char* key, const std::string& text) {
-  return addRaw(key, escapedText(text, kJsonString));
-}
-
-JsonObject& JsonObject::add(const char* key, const char* text) {
-  return addRaw(key, escapedText(text, kJsonString));
-}
-
-JsonObject& JsonObject::add(const char* key, uint64_t number) {
-  return addRaw(key, formatString("%" PRIu64, number));
-}
-
-JsonObject& JsonObject::add(const char* key, int64_t number) {
-  return addRaw(key, formatString("%" PRId64, number));
-}
-
-JsonObject& JsonObject::add(const char* key, bool value) {
-  return addRaw(key, value ? "true" : "false");
-}
-
-JsonObject& JsonObject::addNull(const char* key) { return addRaw(key, "null"); }
-
 void addPlace(const Place& place, JsonObject* object) {
   if (place.file != nullptr) object->add("indexFile", place.file->name);
   const RecordKind kind = place.kind;

@@ -9,29 +9,13 @@
 #include <cstdint>
 #include <string>
 
+#include "base/json.h"
 #include "base/progress.h"
-#include "check/card.h"
+#include "format/card.h"
 #include "check/check.h"
 #include "format/index_files.h"
 
 namespace tr {
-
-// One JSON object, its members in the order they were added.
-class JsonObject {
- public:
-  JsonObject& add(const char* key, const std::string& text);
-  JsonObject& add(const char* key, const char* text);
-  JsonObject& add(const char* key, uint64_t number);
-  JsonObject& add(const char* key, int64_t number);
-  JsonObject& add(const char* key, bool value);
-  JsonObject& addNull(const char* key);
-  // `json` is written as it stands: an array or object already formed.
-  JsonObject& addRaw(const char* key, const std::string& json);
-  std::string str() const { return body_ + "}"; }
-
- private:
-  std::string body_ = "{";
-};
 
 // Where a record lies, as a report line names it.
 using Place = RecordPlace;

@@ -14,6 +14,7 @@
 #include "base/platform.h"
 #include "base/version.h"
 #include "check/check.h"
+#include "export/export.h"
 #include "console/options.h"
 #include "maintain/commands.h"
 #include "maintain/startup.h"
@@ -326,6 +327,7 @@ int consoleMain(int argc, char** argv) {
   if (loadWriteSafety() == -1) return kExitUsage;
   if (!options.device.empty()) setDevicePath(options.device);
   if (!options.mediaDir.empty()) setMediaDir(options.mediaDir);
+  if (!options.outputDir.empty()) setOutputDir(options.outputDir);
   if (options.readOnly) setReadOnly(true);
   if (!options.undo.empty()) setJournalPath(options.undo);
   switch (options.mode) {
@@ -336,9 +338,12 @@ int consoleMain(int argc, char** argv) {
       out("trellis-maintain %s\n", kVersion);
       return kExitOk;
     case Mode::kList:
-      return runInventory(CheckSettings{options.json, commandShowing});
+      return runInventory(
+          CheckSettings{options.json, commandShowing, options.filter});
+    case Mode::kExport:
+      return runExport(ExportSettings{options.exportDir, options.filter});
     case Mode::kCheck:
-      return runCheck(CheckSettings{options.json, commandShowing});
+      return runCheck(CheckSettings{options.json, commandShowing, {}});
     case Mode::kRestore:
       return runRestore(options, argc, argv);
     case Mode::kConsole:

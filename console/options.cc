@@ -2,10 +2,14 @@
 
 #include <getopt.h>
 
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
 #include "base/output.h"
 #include "base/platform.h"
+#include "base/times.h"
 
 namespace tr {
 namespace {
@@ -23,14 +27,68 @@ struct OptionRow {
 
 int usageError(const std::string& message);
 
-int setWholeCardMode(Options* options, Mode mode) {
-  if (options->mode == Mode::kRestore) {
-    return usageError("--restore is not used with --list or --check");
+// The option that chose a mode other than the console.
+const char* modeOption(Mode mode) {
+  switch (mode) {
+    case Mode::kList:
+      return "--list";
+    case Mode::kCheck:
+      return "--check";
+    case Mode::kRestore:
+      return "--restore";
+    case Mode::kExport:
+      return "--export";
+    default:
+      return "";
   }
+}
+
+// The whole-card modes and --restore exclude one another.
+int setMode(Options* options, Mode mode) {
   if (options->mode != Mode::kConsole && options->mode != mode) {
-    return usageError("--list and --check cannot be used together");
+    return usageError(formatString("%s and %s cannot be used together",
+                                   modeOption(options->mode),
+                                   modeOption(mode)));
   }
   options->mode = mode;
+  return 0;
+}
+
+// One line saying what is wrong with an option's value and how to write
+// it; no usage text.
+int valueError(const char* option, const char* value, const char* what) {
+  err("trellis-maintain: %s %s: %s\n", option,
+      escapedText(value, kLineEscaped).c_str(), what);
+  return -1;
+}
+
+int setChannels(Options* o, const char* value) {
+  for (const char* at = value;;) {
+    char* end = nullptr;
+    errno = 0;
+    const long channel = std::strtol(at, &end, 10);
+    if (end == at || *at < '1' || *at > '9' || errno != 0 || channel > INT32_MAX ||
+        (*end != ',' && *end != '\0')) {
+      return valueError("--channel", value,
+                        "not a list of channel numbers; write them from 1 "
+                        "up, separated by commas: --channel 1,3");
+    }
+    o->filter.channels.push_back(static_cast<int32_t>(channel));
+    if (*end == '\0') return 0;
+    at = end + 1;
+  }
+}
+
+int setBound(const char* option, const char* value, TimeWord* time,
+             std::string* text, bool* has) {
+  if (!parseTimeWord(value, time)) {
+    return valueError(option, value,
+                      "not a time; write YYYY-MM-DDTHH:MM:SS, then Z, "
+                      "+HH:MM or -HH:MM for its zone, or nothing for the "
+                      "recorder's clock");
+  }
+  *text = value;
+  *has = true;
   return 0;
 }
 
@@ -92,11 +150,11 @@ const OptionRow kOptionRows[] = {
     {0, "list", nullptr,
      "print what the card holds: one line per data\n"
      "file and per segment in use, then exit",
-     [](Options* o, const char*) { return setWholeCardMode(o, Mode::kList); }},
+     [](Options* o, const char*) { return setMode(o, Mode::kList); }},
     {0, "check", nullptr,
      "check the whole card: one line per problem\n"
      "and a summary, then exit",
-     [](Options* o, const char*) { return setWholeCardMode(o, Mode::kCheck); }},
+     [](Options* o, const char*) { return setMode(o, Mode::kCheck); }},
     {0, "json", nullptr, "with --list or --check: JSON Lines",
      [](Options* o, const char*) {
        o->json = true;
@@ -123,12 +181,8 @@ const OptionRow kOptionRows[] = {
      "newest first, where the device still holds\n"
      "what was written; then exit",
      [](Options* o, const char* v) {
-       if (o->mode == Mode::kList || o->mode == Mode::kCheck) {
-         return usageError("--restore is not used with --list or --check");
-       }
-       o->mode = Mode::kRestore;
        o->restore = v;
-       return 0;
+       return setMode(o, Mode::kRestore);
      }},
     {0, "force", nullptr,
      "with --restore: go on past ranges changed\n"
@@ -142,6 +196,38 @@ const OptionRow kOptionRows[] = {
      "write nothing",
      [](Options* o, const char*) {
        o->dryRun = true;
+       return 0;
+     }},
+    {0, "export", "DIR",
+     "copy the chosen recordings and pictures into\n"
+     "DIR as the recorder stored them, with\n"
+     "SHA256SUMS and manifest.json; then exit",
+     [](Options* o, const char* v) {
+       o->exportDir = v;
+       return setMode(o, Mode::kExport);
+     }},
+    {0, "channel", "N[,N...]",
+     "with --list or --export: only these channels",
+     setChannels},
+    {0, "from", "TIME",
+     "with --list or --export: only what overlaps\n"
+     "the time from TIME (YYYY-MM-DDTHH:MM:SS, with\n"
+     "Z or +HH:MM, or without: the recorder's clock)",
+     [](Options* o, const char* v) {
+       return setBound("--from", v, &o->filter.from, &o->filter.fromText,
+                       &o->filter.hasFrom);
+     }},
+    {0, "to", "TIME", "with --list or --export: up to TIME",
+     [](Options* o, const char* v) {
+       return setBound("--to", v, &o->filter.to, &o->filter.toText,
+                       &o->filter.hasTo);
+     }},
+    {'o', "output-dir", "DIR",
+     "where recData, picData and onePic write\n"
+     "(default: $TRELLIS_OUTPUT_DIR, else the media\n"
+     "directory)",
+     [](Options* o, const char* v) {
+       o->outputDir = v;
        return 0;
      }},
     {'h', "help", nullptr, "print this text and exit",
@@ -212,11 +298,16 @@ std::string usageText() {
       "all was listed or no problem found, 1 when a part could not be listed\n"
       "or problems were found, 2 when the card could not be read. With\n"
       "--restore it is 0 when every record was restored or found restored\n"
-      "already, else 1. Otherwise it is 0, or 2 for a bad command line.\n"
+      "already, else 1. With --export it is 0 when everything chosen was\n"
+      "exported, 1 when a segment or picture was skipped, 2 for a card that\n"
+      "cannot be read or a directory that cannot be written. Otherwise it is\n"
+      "0, or 2 for a bad command line.\n"
       "\n"
       "Example:\n"
       "  trellis-maintain -d card.img -m media -q -c 'maintain TrellisHead'\n"
-      "  trellis-maintain -d card.img -m media --check\n";
+      "  trellis-maintain -d card.img -m media --check\n"
+      "  trellis-maintain -d card.img -m media --export out --channel 1 \\\n"
+      "    --from 2024-03-05T15:10:00 --to 2024-03-05T15:20:00\n";
   return text;
 }
 
@@ -277,12 +368,24 @@ int parseOptions(int argc, char** argv, Options* options) {
   if (!options->commands.empty() && !options->script.empty()) {
     return usageError("-c and -f cannot be used together");
   }
-  const bool wholeCard =
-      options->mode == Mode::kList || options->mode == Mode::kCheck;
+  const bool wholeCard = options->mode == Mode::kList ||
+                         options->mode == Mode::kCheck ||
+                         options->mode == Mode::kExport;
   if (wholeCard && options->scripted()) {
-    return usageError("--list and --check run no console lines (-c, -f)");
+    return usageError(formatString("%s runs no console lines (-c, -f)",
+                                   modeOption(options->mode)));
   }
-  if (options->json && !wholeCard) {
+  const SegmentFilter& filter = options->filter;
+  if ((!filter.channels.empty() || filter.hasFrom || filter.hasTo) &&
+      options->mode != Mode::kList && options->mode != Mode::kExport) {
+    return usageError("--channel, --from and --to go with --list or --export");
+  }
+  if (!options->outputDir.empty() && options->mode != Mode::kConsole) {
+    return usageError("-o names where console lines extract to: not with " +
+                      std::string(modeOption(options->mode)));
+  }
+  if (options->json &&
+      options->mode != Mode::kList && options->mode != Mode::kCheck) {
     return usageError("--json goes with --list or --check");
   }
   if ((options->force || options->dryRun) && options->restore.empty()) {

@@ -9,12 +9,22 @@
 #include <string>
 #include <vector>
 
+#include "format/segment_filter.h"
+
 namespace tr {
 
 // What the process does. kConsole runs the console loop; any other mode is
 // a case of its own in consoleMain(), which sets the card and the colours
 // for every mode first.
-enum class Mode { kConsole, kPrintUsage, kPrintVersion, kList, kCheck, kRestore };
+enum class Mode {
+  kConsole,
+  kPrintUsage,
+  kPrintVersion,
+  kList,
+  kCheck,
+  kRestore,
+  kExport,
+};
 
 enum class ColourWhen { kAlways, kNever, kAuto };
 
@@ -32,6 +42,9 @@ struct Options {
   std::string restore;    // --restore: the journal to replay (kRestore)
   bool force = false;     // --force, with --restore only
   bool dryRun = false;    // --dry-run, with --restore only
+  std::string exportDir;  // --export: where the footage goes (kExport)
+  SegmentFilter filter;   // --channel, --from, --to: with --list, --export
+  std::string outputDir;  // -o: where the console's extractions write
 
   // Command lines come from -c or -f, and the exit status tells how they
   // went.

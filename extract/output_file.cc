@@ -4,6 +4,7 @@
 
 #include <cerrno>
 
+#include "base/device.h"
 #include "base/output.h"
 #include "base/platform.h"
 
@@ -29,6 +30,14 @@ int OutputFile::refuse(const char* what) {
 }
 
 int OutputFile::open(const Stream& source, OpenFailure failure) {
+  // The media directory is the card's own file system: a read-only
+  // console leaves it as it found it.
+  if (readOnly() && outputIntoMediaDir()) {
+    err("[ERROR] Will not write %s: the console is read-only (-r) and this "
+        "is the card's media directory; name another with -o DIR\n",
+        path_.c_str());
+    return -1;
+  }
   // O_EXCL first, so the file is known to be this call's own when it has
   // to go again; then an existing name, never through a link.
   constexpr int kFlags =

@@ -1,10 +1,11 @@
-// The file an extraction copies media into, under its name in the media
-// directory. Only a new file or an existing regular file is ever written:
-// the name is opened without following a symbolic link and without waiting
-// on a FIFO, and whatever else stands there (a link, a FIFO, a device, a
-// directory, or a second name of the data file being copied or of the
-// card's device) is refused before a byte is written. An existing regular
-// file is replaced.
+// The file an extraction copies media into, under its name in the output
+// directory (the media directory unless -o names another). A read-only
+// console never writes into the media directory. Only a new file or an
+// existing regular file is ever written: the name is opened without
+// following a symbolic link and without waiting on a FIFO, and whatever
+// else stands there (a link, a FIFO, a device, a directory, or a second
+// name of the data file being copied or of the card's device) is refused
+// before a byte is written. An existing regular file is replaced.
 #ifndef TRELLIS_EXTRACT_OUTPUT_FILE_H_
 #define TRELLIS_EXTRACT_OUTPUT_FILE_H_
 

@@ -115,7 +115,7 @@ int _tr_maintainGetOneJpgToFile(const tr_JPGDataFileInfo* info, int fileNum,
     return -1;
   }
   const std::string sourcePath = dataFilePath(fileNum, kPictureDataSuffix);
-  const std::string outputPath = mediaPath(
+  const std::string outputPath = tr::outputPath(
       formatString("%05d_%04d_%02u.jpg", fileNum, segmentNum, picNum));
 
   const uint64_t before = pictureStart(*info, static_cast<int>(picNum - 1));

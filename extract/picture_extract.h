@@ -1,4 +1,4 @@
-// Saves one picture of a picture segment as a file of its own in the media
+// Saves one picture of a picture segment as a file of its own in the output
 // directory, "<fileNum>_<segmentNum>_<picNum>.jpg". A segment's fragment
 // holds up to 60 pictures back to back in "TR<fileNum>.picture"; picture n
 // starts after the sizes of the pictures before it, as the segment info's

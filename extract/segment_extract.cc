@@ -70,7 +70,7 @@ int extractSegment(const SegmentKind& kind, const void* info, int fileNum,
   const uint64_t start = field64(record, kind.startField);
   const uint64_t length = field64(record, kind.lengthField);
   const std::string sourcePath = dataFilePath(fileNum, kind.dataSuffix);
-  const std::string outputPath = mediaPath(
+  const std::string outputPath = tr::outputPath(
       formatString("%05d_%04d%s", fileNum, segmentNum, kind.outputSuffix));
 
   InterruptScope interrupts;

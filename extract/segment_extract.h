@@ -1,5 +1,5 @@
 // Copies the media of one segment out of its data file into a file of its
-// own in the media directory: a record segment's audio/video from
+// own in the output directory: a record segment's audio/video from
 // "TR<fileNum>.mp4" into "<fileNum>_<segmentNum>.mp4", a picture segment's
 // fragment (its pictures back to back) from "TR<fileNum>.picture" into
 // "<fileNum>_<segmentNum>.jpg". The segment info read from the index file

@@ -166,8 +166,10 @@ void SampleContent::recSegmentInfo(const IndexFilePlace& file, uint32_t fileNum,
     info->timeInfo.endTime = s.endTime;
     info->timeInfo.timeZone = kSampleTimeZone;
     fillFileType(s.flag, rec->channel, v.streamType, &info->fileTypeInfo);
-    info->aEnable = 1;
-    info->aFormat = {v.audioType, v.frequency, kAudioDepth, kAudioMono};
+    info->aEnable = v.audioType != 0 ? 1 : 0;
+    if (info->aEnable != 0) {
+      info->aFormat = {v.audioType, v.frequency, kAudioDepth, kAudioMono};
+    }
     info->vEnable = 1;
     info->vFormat = {v.videoType, v.width, v.height, v.fps};
     info->dataIndex = s.dataIndex;

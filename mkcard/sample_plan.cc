@@ -5,6 +5,7 @@
 #include "base/platform.h"
 #include "format/iframe_index.h"
 #include "mkcard/sample_pictures.h"
+#include "mkcard/sample_video.h"
 
 namespace tr {
 namespace {
@@ -22,12 +23,12 @@ struct RecFileDef {
   SampleVideo video;
 };
 
-// Channel 1: main stream, H.264 1080p at 25 fps with G.711 A-law audio.
-// Channel 2: H.265 720p at 15 fps with AAC audio.
+// Main streams of H.264 video without audio: channel 1 at 25 pictures a
+// second, channel 2 at 15.
 constexpr RecFileDef kRecFiles[] = {
-    {1, 1, 2, {1, 4, 1920, 1080, 25.0f, 2, 8000}},
-    {2, 1, 1, {1, 4, 1920, 1080, 25.0f, 2, 8000}},
-    {3, 2, 1, {1, 8, 1280, 720, 15.0f, 5, 44100}},
+    {1, 1, 2, {1, 4, kSampleVideoWidth, kSampleVideoHeight, 25.0f, 0, 0}},
+    {2, 1, 1, {1, 4, kSampleVideoWidth, kSampleVideoHeight, 25.0f, 0, 0}},
+    {3, 2, 1, {1, 4, kSampleVideoWidth, kSampleVideoHeight, 15.0f, 0, 0}},
 };
 
 struct RecSegmentDef {
@@ -74,11 +75,6 @@ uint64_t align(uint64_t offset) {
          kSegmentAlignment;
 }
 
-// Where I-frame k of a segment starts, from the start of its media.
-uint64_t iFrameStart(const SampleRecSegment& segment, uint32_t k) {
-  return segment.datalen * k / segment.iFrames / 4 * 4;
-}
-
 // The data file its channel went on to record into, 0 for none yet.
 uint32_t nextFileOfChannel(const RecFileDef& file) {
   for (const RecFileDef& later : kRecFiles) {
@@ -103,10 +99,14 @@ void planRecordings(SamplePlan* plan) {
       segment.segmentNum = s.segmentNum;
       segment.dataIndex = ++dataIndex;
       segment.dataOffset = align(file.size);
-      segment.datalen = uint64_t{2048} * s.duration + 1111 * dataIndex;
-      segment.iFrameOffset = segment.dataOffset + segment.datalen;
-      segment.iFrames = (s.duration + kIFrameInterval - 1) / kIFrameInterval;
       segment.startTime = plan->startTime + s.start;
+      segment.media = sampleVideo(
+          def.channel, segment.startTime + kSampleTimeZone, s.duration,
+          static_cast<int>(def.video.fps), kIFrameInterval,
+          &segment.iFrameStarts);
+      segment.datalen = segment.media.size();
+      segment.iFrameOffset = segment.dataOffset + segment.datalen;
+      segment.iFrames = static_cast<uint32_t>(segment.iFrameStarts.size());
       segment.endTime = segment.startTime + s.duration;
       segment.flag = s.flag;
       segment.incomplete = s.incomplete;
@@ -157,26 +157,9 @@ SamplePlan makeSamplePlan(int64_t startTime) {
   return plan;
 }
 
-std::string sampleMedia(const SampleRecFile& file,
+std::string sampleMedia(const SampleRecFile&,
                         const SampleRecSegment& segment) {
-  std::string media(segment.datalen, '\0');
-  // Stand-in for compressed video: noise, with an IDR NAL unit start where
-  // the I-frame table says an I-frame begins.
-  uint32_t state = (file.fileNum * 1000 + segment.segmentNum) * 2654435761u;
-  for (char& byte : media) {
-    state ^= state << 13;
-    state ^= state >> 17;
-    state ^= state << 5;
-    byte = static_cast<char>(state >> 24);
-  }
-  static const char kIdr[] = {0, 0, 0, 1, 0x65};
-  for (uint32_t k = 0; k < segment.iFrames; ++k) {
-    const uint64_t at = iFrameStart(segment, k);
-    if (at + sizeof kIdr <= media.size()) {
-      std::memcpy(&media[at], kIdr, sizeof kIdr);
-    }
-  }
-  return media;
+  return segment.media;
 }
 
 std::string sampleIFrameTable(const SampleRecFile&,
@@ -187,8 +170,8 @@ std::string sampleIFrameTable(const SampleRecFile&,
     std::memset(&entry, 0, sizeof entry);
     entry.utcTime = segment.startTime + int64_t{k} * kIFrameInterval;
     // The I-frame's position in the data file.
-    entry.offset =
-        static_cast<uint32_t>(segment.dataOffset + iFrameStart(segment, k));
+    entry.offset = static_cast<uint32_t>(segment.dataOffset +
+                                         segment.iFrameStarts[k]);
     table.append(reinterpret_cast<const char*>(&entry), sizeof entry);
   }
   return table;

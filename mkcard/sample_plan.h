@@ -35,6 +35,8 @@ struct SampleRecSegment {
   uint64_t datalen;
   uint64_t iFrameOffset;  // the I-frame table, right after the media
   uint32_t iFrames;
+  std::string media;                  // the segment's video
+  std::vector<uint64_t> iFrameStarts;  // where its I-frames begin in it
   int64_t startTime;
   int64_t endTime;
   const char* flag;  // record-type letters
@@ -97,7 +99,8 @@ struct SamplePlan {
 
 SamplePlan makeSamplePlan(int64_t startTime);
 
-// A segment's media bytes and I-frame table, as its data file holds them.
+// A segment's media bytes (mkcard/sample_video.h) and I-frame table, as its
+// data file holds them.
 std::string sampleMedia(const SampleRecFile& file,
                         const SampleRecSegment& segment);
 std::string sampleIFrameTable(const SampleRecFile& file,

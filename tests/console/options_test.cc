@@ -51,10 +51,12 @@ const std::pair<const char*, const char*> kParseCases[] = {
     {"-f|a|-f|b", "-f is given once only"},
     {"--json", "--json goes with --list or --check"},
     {"--list|--check", "--list and --check cannot be used together"},
-    {"--check|-c|x", "--list and --check run no console lines (-c, -f)"},
+    {"--check|-c|x", "--check runs no console lines (-c, -f)"},
+    {"--channel=1|--check", "--channel, --from and --to go with --list or --export"},
+    {"-o|x|--export=y", "-o names where console lines extract to: not with --export"},
     {"--dry-run", "--force and --dry-run go with --restore only"},
     {"--restore=j|-f|x", "--restore runs no console lines: not with -c or -f"},
-    {"--restore=j|--list", "--restore is not used with --list or --check"},
+    {"--restore=j|--list", "--restore and --list cannot be used together"},
 };
 
 TEST(OptionsTest, ParsesOrRefusesWithOneLineAndTheUsage) {

@@ -2,8 +2,8 @@
 // for the whole run and measured as start-up measures it, the layout
 // computed from its size, the four index files, and the sizes of the data
 // files in the media directory.
-#ifndef TRELLIS_CHECK_CARD_H_
-#define TRELLIS_CHECK_CARD_H_
+#ifndef TRELLIS_FORMAT_CARD_H_
+#define TRELLIS_FORMAT_CARD_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -70,4 +70,4 @@ class DataFileSizes {
 
 }  // namespace tr
 
-#endif  // TRELLIS_CHECK_CARD_H_
+#endif  // TRELLIS_FORMAT_CARD_H_

@@ -1,4 +1,4 @@
-#include "check/card.h"
+#include "format/card.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

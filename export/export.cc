@@ -1,0 +1,170 @@
+#include "export/export.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "base/json.h"
+#include "base/output.h"
+#include "base/platform.h"
+#include "base/times.h"
+#include "base/version.h"
+#include "export/export_parts.h"
+#include "format/device_layout.h"
+
+namespace tr {
+namespace {
+
+int refuse(const std::string& dir, const std::string& why) {
+  err("trellis-maintain: %s: %s\n", escapedText(dir, kLineEscaped).c_str(),
+      why.c_str());
+  return -1;
+}
+
+bool sameFile(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// Whether the directory at `path` is the media directory or lies in it.
+bool inMediaDir(const std::string& path) {
+  struct stat media;
+  if (::stat(mediaPath("").c_str(), &media) != 0) return false;
+  char resolved[PATH_MAX];
+  if (::realpath(path.c_str(), resolved) == nullptr) return false;
+  for (std::string at = resolved;;) {
+    struct stat st;
+    if (::stat(at.c_str(), &st) == 0 && sameFile(st, media)) return true;
+    const size_t slash = at.rfind('/');
+    if (at == "/" || slash == std::string::npos) return false;
+    at = slash == 0 ? "/" : at.substr(0, slash);
+  }
+}
+
+// The whole disk a block device (a partition, maybe) belongs to.
+dev_t wholeDisk(dev_t device) {
+  const std::string sys =
+      formatString("/sys/dev/block/%u:%u", major(device), minor(device));
+  if (::access((sys + "/partition").c_str(), F_OK) != 0) return device;
+  char text[32] = "";
+  FILE* parent = std::fopen((sys + "/../dev").c_str(), "r");
+  unsigned disk[2] = {0, 0};
+  const bool read = parent != nullptr &&
+                    std::fgets(text, sizeof text, parent) &&
+                    std::sscanf(text, "%u:%u", &disk[0], &disk[1]) == 2;
+  if (parent != nullptr) std::fclose(parent);
+  return read ? makedev(disk[0], disk[1]) : device;
+}
+
+// Whether the file system holding `dir` lies on the card's device.
+bool onCardDevice(const struct stat& dir) {
+  struct stat card;
+  return ::stat(deviceName.c_str(), &card) == 0 && S_ISBLK(card.st_mode) &&
+         wholeDisk(dir.st_dev) == wholeDisk(card.st_rdev);
+}
+
+// The export directory, made when missing: never the media directory or
+// a place in it, nor on the card's device, nor one that holds an export.
+int prepareDirectory(const std::string& dir) {
+  struct stat st;
+  if (::stat(dir.c_str(), &st) != 0) {
+    if (errno != ENOENT || ::mkdir(dir.c_str(), 0777) != 0 ||
+        ::stat(dir.c_str(), &st) != 0) {
+      return refuse(dir,
+                    std::string("cannot make it: ") + std::strerror(errno));
+    }
+  }
+  if (!S_ISDIR(st.st_mode)) return refuse(dir, "it is not a directory");
+  if (inMediaDir(dir)) {
+    return refuse(dir,
+                  "it lies in the media directory, the card's own file "
+                  "system; export to another place");
+  }
+  if (onCardDevice(st)) {
+    return refuse(dir, "it lies on the card's device " + deviceName +
+                           "; export to another place");
+  }
+  for (const char* proof : {"SHA256SUMS", "manifest.json"}) {
+    if (::access(pathIn(dir, proof).c_str(), F_OK) == 0) {
+      return refuse(dir, std::string("it holds an export already (its ") +
+                             proof + "); give a new or empty directory");
+    }
+  }
+  return 0;
+}
+
+std::string bound(const TimeWord& time, const std::string& text) {
+  JsonObject object;
+  object.add("given", text).add("utc", isoUtc(time.seconds));
+  return object.str();
+}
+
+// What the manifest says before the files: the tool, the device and its
+// storage head, the filters, and when the export began.
+JsonObject manifestHead(const CardSession& card, const tr_TrellisHead& head,
+                        const SegmentFilter& filter) {
+  const tr_TrellisHead& computed = card.layout();
+  JsonObject storage;
+  storage
+      .add("magicWord",
+           std::string(head.magicWord,
+                       strnlen(head.magicWord, sizeof head.magicWord)))
+      .add("idxFileOffsetAV", head.idxFileOffsetAV)
+      .add("idxFileBackupOffsetAV", head.idxFileBackupOffsetAV)
+      .add("idxFileOffsetPic", head.idxFileOffsetPic)
+      .add("idxFileBackupOffsetPic", head.idxFileBackupOffsetPic)
+      .add("idxFileSize", head.idxFileSize)
+      .add("asTheLayoutComputed",
+           std::memcmp(&head, &computed,
+                       offsetof(tr_TrellisHead, idxCheckFlagAV)) == 0);
+  std::string channels = "[";
+  for (int32_t channel : filter.channels) {
+    channels += formatString("%s%d", channels.size() > 1 ? "," : "", channel);
+  }
+  JsonObject filters;
+  filters.addRaw("channels", channels + "]");
+  if (filter.hasFrom)
+    filters.addRaw("from", bound(filter.from, filter.fromText));
+  if (filter.hasTo) filters.addRaw("to", bound(filter.to, filter.toText));
+  JsonObject object;
+  object.add("tool", std::string("trellis-maintain ") + kVersion)
+      .add("device", deviceName)
+      .add("deviceSize", card.capacity())
+      .addRaw("storageHead", storage.str())
+      .addRaw("filters", filters.str())
+      .add("started", isoUtc(std::time(nullptr)));
+  return object;
+}
+
+}  // namespace
+
+int runExport(const ExportSettings& given) {
+  ExportSettings settings = given;
+  if (prepareDirectory(settings.dir) == -1) return kExportFailed;
+  CardSession card;
+  if (card.open() == -1) return kExportFailed;
+  if (resolveWindowZone(&card, &settings.filter) != 0) return kExportFailed;
+  tr_TrellisHead head;
+  if (card.read(kTrellisHeadOffset, &head, sizeof head) == -1) {
+    return kExportFailed;
+  }
+  // Ctrl-C and SIGTERM stop the copy between blocks: the file being
+  // written goes, the proof of the files before it stays.
+  InterruptScope interrupts;
+  ExportSession session(&card, settings);
+  if (session.begin(manifestHead(card, head, settings.filter)) == 0) {
+    exportRecordings(&session);
+    if (!session.stopped()) exportPictures(&session);
+    session.finish();
+  }
+  if (card.fd() != -1 && card.close() == -1) return kExportFailed;
+  return session.status();
+}
+
+}  // namespace tr
