@@ -32,14 +32,17 @@ install: programs
 # The host suite, then the same suite built for the recorder and run under
 # emulation when the cross compiler and qemu-arm are installed.
 test: host-test
-	@if command -v $(ARM_CXX) >/dev/null 2>&1 && \
-	    command -v $(QEMU_ARM) >/dev/null 2>&1; then \
-	  $(MAKE) --no-print-directory arm-test; \
-	else \
+	@if ! command -v $(ARM_CXX) >/dev/null 2>&1 || \
+	    ! command -v $(QEMU_ARM) >/dev/null 2>&1; then \
 	  echo; \
 	  echo "*** ARM stage SKIPPED: $(ARM_CXX) or $(QEMU_ARM) is not installed"; \
 	  echo "*** (apt-get install g++-arm-linux-gnueabihf qemu-user); only the"; \
 	  echo "*** host suite ran."; \
+	elif ! tools/fetch-arm-nettle.sh $(ARM_BUILD)/nettle; then \
+	  echo "*** ARM stage SKIPPED: nettle for armhf is not at hand; only the"; \
+	  echo "*** host suite ran."; \
+	else \
+	  $(MAKE) --no-print-directory arm-test; \
 	fi
 
 # ctest keeps the output of a skipped test to itself; this names each
@@ -55,6 +58,7 @@ host-test: all
 	$(call show-skips,$(BUILD))
 
 arm-configure:
+	@tools/fetch-arm-nettle.sh $(ARM_BUILD)/nettle
 	@test -f $(ARM_BUILD)/CMakeCache.txt || \
 	  cmake -S . -B $(ARM_BUILD) -DCMAKE_TOOLCHAIN_FILE=$(ARM_TOOLCHAIN)
 

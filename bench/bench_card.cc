@@ -38,7 +38,9 @@ void writeAt(int fd, uint64_t offset, const void* bytes, size_t count) {
   }
 }
 
-tr_RecDataFileInfo segment(uint64_t offset, uint64_t length) {
+// A recording of channel 1 that began at `start` and lasted `seconds`.
+tr_RecDataFileInfo segment(uint64_t offset, uint64_t length, int64_t start,
+                           int64_t seconds) {
   tr_RecDataFileInfo info;
   std::memset(&info, 0, sizeof info);
   std::memcpy(info.magicWord, kSegmentInfoMagic, sizeof info.magicWord);
@@ -46,6 +48,10 @@ tr_RecDataFileInfo segment(uint64_t offset, uint64_t length) {
   info.dataOffset = offset;
   info.datalen = length;
   info.effinfoMask = 0xFF;
+  info.timeInfo.startTime = start;
+  info.timeInfo.endTime = start + seconds;
+  info.timeInfo.timeZone = 28800;
+  info.fileTypeInfo.channel = 1;
   std::memcpy(info.fileTypeInfo.flag, "R", 1);
   info.fileTypeInfo.streamType = 1;
   info.aFormat = {5, 44100, 16, 1};
@@ -67,8 +73,11 @@ void writeCard(const std::string& path) {
   header.maxAuxNumber = 1;
   header.auxNum = 1;
   writeAt(fd, base, &header, sizeof header);
-  const tr_RecDataFileInfo large = segment(kDataStart, kLarge);
-  const tr_RecDataFileInfo small = segment(kDataStart, kSmall);
+  // The 1 GiB recording an hour long, the small one two hours later.
+  const tr_RecDataFileInfo large =
+      segment(kDataStart, kLarge, kLargeStart, 3600);
+  const tr_RecDataFileInfo small =
+      segment(kDataStart, kSmall, kLargeStart + 7200, 60);
   writeAt(fd, segmentInfoOffset(base, kRecordKind, 2, 1, 1), &large, sizeof large);
   writeAt(fd, segmentInfoOffset(base, kRecordKind, 2, 1, 2), &small, sizeof small);
 

@@ -11,6 +11,9 @@
 namespace tr {
 namespace bench {
 
+// When the 1 GiB recording began: 2024-03-05T07:08:09Z.
+constexpr int64_t kLargeStart = 1709622489;
+
 struct Card {
   std::string image;
   std::string media;

@@ -32,3 +32,8 @@ endif()
 # e_machine of the target's ELF files (EM_ARM): the test wrapper runs exactly
 # these under the emulator and everything else natively.
 set(TRELLIS_TARGET_ELF_MACHINE 40)
+
+# The recorder's console stays small: functions and data the program never
+# reaches are left out of it.
+set(CMAKE_CXX_FLAGS_INIT "-ffunction-sections -fdata-sections -Wno-psabi")
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,--gc-sections")

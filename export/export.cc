@@ -69,27 +69,38 @@ bool onCardDevice(const struct stat& dir) {
          wholeDisk(dir.st_dev) == wholeDisk(card.st_rdev);
 }
 
-// The export directory, made when missing: never the media directory or
-// a place in it, nor on the card's device, nor one that holds an export.
+// The export directory, made when missing (where it would be made is
+// judged first): never the media directory or a place in it, nor on the
+// card's device, nor one that holds an export.
 int prepareDirectory(const std::string& dir) {
   struct stat st;
-  if (::stat(dir.c_str(), &st) != 0) {
-    if (errno != ENOENT || ::mkdir(dir.c_str(), 0777) != 0 ||
-        ::stat(dir.c_str(), &st) != 0) {
-      return refuse(dir,
-                    std::string("cannot make it: ") + std::strerror(errno));
-    }
+  const bool exists = ::stat(dir.c_str(), &st) == 0;
+  if (!exists && errno != ENOENT) {
+    return refuse(dir, std::string("cannot use it: ") + std::strerror(errno));
   }
-  if (!S_ISDIR(st.st_mode)) return refuse(dir, "it is not a directory");
-  if (inMediaDir(dir)) {
-    return refuse(dir,
-                  "it lies in the media directory, the card's own file "
-                  "system; export to another place");
+  const size_t slash = dir.find_last_not_of('/') == std::string::npos
+                           ? std::string::npos
+                           : dir.rfind('/', dir.find_last_not_of('/'));
+  const std::string place = exists ? dir
+                            : slash == std::string::npos ? "."
+                            : slash == 0                 ? "/"
+                                                         : dir.substr(0, slash);
+  struct stat placeSt;
+  if (!exists && ::stat(place.c_str(), &placeSt) != 0) {
+    return refuse(dir, std::string("cannot make it: ") + std::strerror(errno));
   }
-  if (onCardDevice(st)) {
+  if (inMediaDir(place)) {
+    return refuse(dir, "it lies in the media directory, the card's own file "
+                       "system; export to another place");
+  }
+  if (onCardDevice(exists ? st : placeSt)) {
     return refuse(dir, "it lies on the card's device " + deviceName +
                            "; export to another place");
   }
+  if (!exists && (::mkdir(dir.c_str(), 0777) != 0 || ::stat(dir.c_str(), &st) != 0)) {
+    return refuse(dir, std::string("cannot make it: ") + std::strerror(errno));
+  }
+  if (!S_ISDIR(st.st_mode)) return refuse(dir, "it is not a directory");
   for (const char* proof : {"SHA256SUMS", "manifest.json"}) {
     if (::access(pathIn(dir, proof).c_str(), F_OK) == 0) {
       return refuse(dir, std::string("it holds an export already (its ") +

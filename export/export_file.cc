@@ -2,11 +2,9 @@
 
 #include <fcntl.h>
 #include <stdio.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 
 #include "base/platform.h"
 
@@ -48,17 +46,19 @@ int syncDirectory(const std::string& dir) {
 
 int ExportFile::open() {
   drop();
-  // A name no export uses, made unique by mkstemp's own rules.
-  std::string pattern = pathIn(dir_, ".trellis-export-XXXXXX");
-  const int fd = ::mkostemp(&pattern[0], O_CLOEXEC);
-  if (fd == -1) return -1;
-  // mkostemp makes the file for its owner alone; an exported file is read
-  // by others as any file made under the umask would be.
-  const mode_t mask = ::umask(0);
-  ::umask(mask);
-  ::fchmod(fd, 0666 & ~mask);
-  fd_ = fd;
-  temporary_ = pattern;
+  // A name no export uses, this process's own, made anew while taken.
+  static unsigned made = 0;
+  for (int tries = 0; fd_ == -1 && tries < 100; ++tries) {
+    const std::string name = pathIn(
+        dir_, formatString(".trellis-export-%ld-%u", static_cast<long>(::getpid()),
+                           ++made));
+    fd_ = sys.openFile(name.c_str(),
+                       O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                       0666);
+    if (fd_ != -1) temporary_ = name;
+    if (fd_ == -1 && errno != EEXIST) return -1;
+  }
+  if (fd_ == -1) return -1;
   size_ = 0;
   sha256_.clear();
   hash_.hex();  // starts the hash afresh

@@ -251,8 +251,15 @@ int ExportSession::keep(ExportFile* out, const std::string& name,
   if (out->keep(name) == -1) {
     const int error = errno;
     if (error == EEXIST) {
-      skip({RecordKind::kDevice, nullptr, 0, 0}, 0,
-           name + " exists in the export directory: not written over");
+      progress_.clear();
+      err("trellis-maintain: %s: exists already; not written over, "
+          "skipped\n",
+          escapedText(pathIn(dir(), name), kLineEscaped).c_str());
+      JsonObject skipped;
+      skipped.add("type", "skipped").add("name", name).add(
+          "reason", "a file of this name exists in the export directory");
+      addEntry(skipped);
+      skipped_ = true;
       return 0;
     }
     err("trellis-maintain: %s: cannot write: %s\n",

@@ -4,7 +4,8 @@
 set -eu
 build=${1:-build}
 arm=()
-if command -v arm-linux-gnueabihf-g++ >/dev/null 2>&1; then
+if command -v arm-linux-gnueabihf-g++ >/dev/null 2>&1 &&
+   tools/fetch-arm-nettle.sh "$build/release-arm/nettle"; then
   cmake -S . -B "$build/release-arm" -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/arm-linux-gnueabihf.cmake" \
     -DTRELLIS_TESTS=OFF >/dev/null

@@ -29,7 +29,8 @@
 //   check             after the run: bytes <file> <offset> <bytes>,
 //                     file <file> <bytes> (the whole file), same <file>
 //                     <source> <offset> <length> (the whole file, or from
-//                     <file>:<offset>), missing <file>, jpeg <file> <w>x<h>
+//                     <file>:<offset>), missing <file>, jpeg <file> <w>x<h>,
+//                     dir <dir> <name>... (all it holds, hidden names too)
 //                     (a picture djpeg reads; without djpeg the case ends
 //                     skipped)
 //
@@ -47,6 +48,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <regex>
 #include <sstream>
@@ -210,6 +212,12 @@ class SessionTest : public testing::TestWithParam<std::string> {
       EXPECT_TRUE(decoded.status == 127 ||
                   decoded.out.rfind("P6\n" + replaced(source, "x", " ") + "\n255\n", 0) == 0)
           << name << ": " << decoded.err;
+    } else if (verb == "dir") {
+      std::vector<std::string> want{std::istream_iterator<std::string>(line), {}}, held;
+      for (const auto& entry : std::filesystem::directory_iterator(path(name))) held.push_back(entry.path().filename());
+      std::sort(want.begin(), want.end());
+      std::sort(held.begin(), held.end());
+      EXPECT_EQ(held, want) << name;
     } else if (verb == "missing") {
       EXPECT_NE(::access(path(name).c_str(), F_OK), 0) << name;
     } else {
