@@ -4,9 +4,11 @@
 #include <linux/fs.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
@@ -199,6 +201,50 @@ bool InterruptScope::terminated() { return gCaught == SIGTERM; }
 InterruptScope::~InterruptScope() {
   sigaction(SIGINT, &savedInt_, nullptr);
   sigaction(SIGTERM, &savedTerm_, nullptr);
+}
+
+namespace {
+
+bool sameFile(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+}  // namespace
+
+bool inMediaDir(const std::string& path) {
+  struct stat media;
+  if (::stat(mediaPath("").c_str(), &media) != 0) return false;
+  char resolved[PATH_MAX];
+  if (::realpath(path.c_str(), resolved) == nullptr) return false;
+  for (std::string at = resolved;;) {
+    struct stat st;
+    if (::stat(at.c_str(), &st) == 0 && sameFile(st, media)) return true;
+    const size_t slash = at.rfind('/');
+    if (at == "/" || slash == std::string::npos) return false;
+    at = slash == 0 ? "/" : at.substr(0, slash);
+  }
+}
+
+dev_t wholeDisk(dev_t device) {
+  const std::string entry =
+      formatString("/sys/dev/block/%u:%u", major(device), minor(device));
+  if (::access((entry + "/partition").c_str(), F_OK) != 0) return device;
+  char text[32] = "";
+  FILE* parent = std::fopen((entry + "/../dev").c_str(), "r");
+  unsigned disk[2] = {0, 0};
+  const bool read = parent != nullptr &&
+                    std::fgets(text, sizeof text, parent) &&
+                    std::sscanf(text, "%u:%u", &disk[0], &disk[1]) == 2;
+  if (parent != nullptr) std::fclose(parent);
+  return read ? makedev(disk[0], disk[1]) : device;
+}
+
+bool onCardDevice(const std::string& path) {
+  struct stat at;
+  struct stat card;
+  return ::stat(path.c_str(), &at) == 0 &&
+         ::stat(deviceName.c_str(), &card) == 0 && S_ISBLK(card.st_mode) &&
+         wholeDisk(at.st_dev) == wholeDisk(card.st_rdev);
 }
 
 }  // namespace tr

@@ -42,6 +42,17 @@ std::string outputPath(const std::string& fileName);
 // True when that is the media directory, under whatever name.
 bool outputIntoMediaDir();
 
+// Places on the card's own file system, where nothing of the console's is
+// written but what the recorder itself would write there: whether the
+// existing `path` is the media directory or lies in it, and whether the
+// file system holding it lies on the card's device (the device itself or
+// a partition of it).
+bool inMediaDir(const std::string& path);
+bool onCardDevice(const std::string& path);
+// The whole disk holding the block device `device`: itself, unless its
+// entry in sysfs says it is a partition.
+dev_t wholeDisk(dev_t device);
+
 // printf into a std::string of whatever length the text needs.
 std::string formatString(const char* fmt, ...)
     __attribute__((format(printf, 1, 2)));

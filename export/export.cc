@@ -2,11 +2,9 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -26,47 +24,6 @@ int refuse(const std::string& dir, const std::string& why) {
   err("trellis-maintain: %s: %s\n", escapedText(dir, kLineEscaped).c_str(),
       why.c_str());
   return -1;
-}
-
-bool sameFile(const struct stat& a, const struct stat& b) {
-  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
-
-// Whether the directory at `path` is the media directory or lies in it.
-bool inMediaDir(const std::string& path) {
-  struct stat media;
-  if (::stat(mediaPath("").c_str(), &media) != 0) return false;
-  char resolved[PATH_MAX];
-  if (::realpath(path.c_str(), resolved) == nullptr) return false;
-  for (std::string at = resolved;;) {
-    struct stat st;
-    if (::stat(at.c_str(), &st) == 0 && sameFile(st, media)) return true;
-    const size_t slash = at.rfind('/');
-    if (at == "/" || slash == std::string::npos) return false;
-    at = slash == 0 ? "/" : at.substr(0, slash);
-  }
-}
-
-// The whole disk a block device (a partition, maybe) belongs to.
-dev_t wholeDisk(dev_t device) {
-  const std::string sys =
-      formatString("/sys/dev/block/%u:%u", major(device), minor(device));
-  if (::access((sys + "/partition").c_str(), F_OK) != 0) return device;
-  char text[32] = "";
-  FILE* parent = std::fopen((sys + "/../dev").c_str(), "r");
-  unsigned disk[2] = {0, 0};
-  const bool read = parent != nullptr &&
-                    std::fgets(text, sizeof text, parent) &&
-                    std::sscanf(text, "%u:%u", &disk[0], &disk[1]) == 2;
-  if (parent != nullptr) std::fclose(parent);
-  return read ? makedev(disk[0], disk[1]) : device;
-}
-
-// Whether the file system holding `dir` lies on the card's device.
-bool onCardDevice(const struct stat& dir) {
-  struct stat card;
-  return ::stat(deviceName.c_str(), &card) == 0 && S_ISBLK(card.st_mode) &&
-         wholeDisk(dir.st_dev) == wholeDisk(card.st_rdev);
 }
 
 // The export directory, made when missing (where it would be made is
@@ -93,7 +50,7 @@ int prepareDirectory(const std::string& dir) {
     return refuse(dir, "it lies in the media directory, the card's own file "
                        "system; export to another place");
   }
-  if (onCardDevice(exists ? st : placeSt)) {
+  if (onCardDevice(place)) {
     return refuse(dir, "it lies on the card's device " + deviceName +
                            "; export to another place");
   }
