@@ -201,6 +201,31 @@ int deviceSize(int fd, uint64_t* bytes) {
   return sys.blockDeviceSize(fd, bytes) == -1 ? -1 : 0;
 }
 
+std::string deviceUnusable(const std::string& path, uint64_t* bytes) {
+  const int fd =
+      sys.open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  if (fd < 0) return strerror(errno);
+  struct stat st;
+  std::string why;
+  if (sys.fstat(fd, &st) != 0) {
+    why = strerror(errno);
+  } else if (S_ISDIR(st.st_mode)) {
+    why = "a directory, not a card or a card image";
+  } else if (S_ISFIFO(st.st_mode)) {
+    why = "a FIFO, not a card or a card image";
+  } else if (S_ISSOCK(st.st_mode)) {
+    why = "a socket, not a card or a card image";
+  } else if (S_ISCHR(st.st_mode)) {
+    why = "a character device, not a card or a card image";
+  } else if (deviceSize(fd, bytes) != 0) {
+    why = strerror(errno);
+  } else if (*bytes == 0) {
+    why = "empty: it holds no card";
+  }
+  sys.close(fd);
+  return why;
+}
+
 int measureDevice(int fd, uint64_t* bytes) {
   if (deviceSize(fd, bytes) == 0) return 0;
   const int error = errno;

@@ -58,6 +58,12 @@ void setWriteWatcher(WriteWatcher watcher);
 // image) by its length, anything else by the block-device size request.
 // Prints nothing; 0, or -1 with errno set.
 int deviceSize(int fd, uint64_t* bytes);
+// Why the device at `path` is no card to work on, in a few words: the
+// system's reason when it cannot be opened or measured, what it is when it
+// is neither a card image nor a block device ("a directory"), "empty" for
+// a size of 0; "" when it can be worked on, its size then in `*bytes`.
+// Prints nothing and never waits (a FIFO is found, not opened for long).
+std::string deviceUnusable(const std::string& path, uint64_t* bytes);
 // deviceSize() within the device protocol: a failure prints the "SIZE
 // FAILED" block and closes the device quietly. 0 or -1.
 int measureDevice(int fd, uint64_t* bytes);

@@ -239,6 +239,16 @@ dev_t wholeDisk(dev_t device) {
   return read ? makedev(disk[0], disk[1]) : device;
 }
 
+std::string diskOfPartition(dev_t device) {
+  const std::string entry =
+      formatString("/sys/dev/block/%u:%u", major(device), minor(device));
+  if (::access((entry + "/partition").c_str(), F_OK) != 0) return "";
+  char disk[PATH_MAX];
+  if (::realpath((entry + "/..").c_str(), disk) == nullptr) return "";
+  const char* name = std::strrchr(disk, '/');
+  return name == nullptr ? "" : std::string("/dev") + name;
+}
+
 bool onCardDevice(const std::string& path) {
   struct stat at;
   struct stat card;

@@ -52,6 +52,10 @@ bool onCardDevice(const std::string& path);
 // The whole disk holding the block device `device`: itself, unless its
 // entry in sysfs says it is a partition.
 dev_t wholeDisk(dev_t device);
+// The device node of the disk a block-device partition lies on
+// ("/dev/sdb" for /dev/sdb1); "" for a block device that is no partition,
+// or when sysfs does not tell.
+std::string diskOfPartition(dev_t device);
 
 // printf into a std::string of whatever length the text needs.
 std::string formatString(const char* fmt, ...)

@@ -1,12 +1,16 @@
 #include "console/console.h"
 
+#include <dirent.h>
 #include <sys/select.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include "base/device.h"
@@ -15,6 +19,8 @@
 #include "base/version.h"
 #include "check/check.h"
 #include "export/export.h"
+#include "console/completion.h"
+#include "console/line_editor.h"
 #include "console/options.h"
 #include "maintain/commands.h"
 #include "maintain/startup.h"
@@ -25,6 +31,7 @@ namespace tr {
 namespace {
 
 constexpr uint32_t kLineBufferSize = 2048;
+constexpr char kPrompt[] = "please enter the console command:";
 
 // Set when waiting on descriptor 0 finds no descriptor at all.
 bool gNoInput = false;
@@ -76,6 +83,33 @@ int loadWriteSafety() {
   return 0;
 }
 
+// Started with options, the console names a device that cannot be worked
+// on in one line and stops before any layout is printed. Started alone it
+// is the recorder's console, which goes on with the layout of a size of 0.
+bool deviceUsable() {
+  uint64_t bytes = 0;
+  const std::string why = deviceUnusable(deviceName, &bytes);
+  if (why.empty()) return true;
+  err("trellis-maintain: %s: %s\n",
+      escapedText(deviceName, kLineEscaped).c_str(), why.c_str());
+  return false;
+}
+
+// The whole-card modes read the data files too; a media directory they
+// cannot read leaves the extents unchecked and the footage out of reach,
+// which the engineer learns before the report rather than from its gaps.
+void warnMediaDir() {
+  const std::string dir = mediaPath("");
+  DIR* listing = ::opendir(dir.c_str());
+  if (listing != nullptr) {
+    ::closedir(listing);
+    return;
+  }
+  err("trellis-maintain: the media directory %s: %s; no data file can be "
+      "read (name it with -m DIR)\n",
+      escapedText(dir, kLineEscaped).c_str(), std::strerror(errno));
+}
+
 bool wordIs(const tr_LineParser* words, const char* text) {
   return std::strcmp(words->argv[0], text) == 0;
 }
@@ -93,13 +127,50 @@ int32_t readLine(FILE* stream, char* buf, uint32_t size) {
   return static_cast<int32_t>(length - 1);
 }
 
+// The history file of the line editor: TRELLIS_HISTORY, else under
+// XDG_STATE_HOME, else under ~/.local/state, its folders made when missing.
+// Empty, with nothing kept, when none can be had, or when the file would
+// lie on the card.
+std::string historyFile() {
+  const char* chosen = std::getenv("TRELLIS_HISTORY");
+  std::string path = chosen != nullptr ? chosen : "";
+  if (path.empty()) {
+    const char* state = std::getenv("XDG_STATE_HOME");
+    const char* home = std::getenv("HOME");
+    std::string dir;
+    if (state != nullptr && state[0] == '/') {
+      dir = state;
+    } else if (home != nullptr && home[0] == '/') {
+      dir = std::string(home) + "/.local/state";
+    } else {
+      return "";
+    }
+    dir += "/trellis-maintain";
+    for (size_t slash = 1; slash != std::string::npos;) {
+      slash = dir.find('/', slash + 1);
+      ::mkdir(dir.substr(0, slash).c_str(), 0700);
+    }
+    path = dir + "/history";
+  }
+  const size_t slash = path.rfind('/');
+  const std::string dir = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  if (inMediaDir(dir) || onCardDevice(dir)) {
+    err("trellis-maintain: %s lies on the card; no history is kept\n",
+        escapedText(path, kLineEscaped).c_str());
+    return "";
+  }
+  return path;
+}
+
 // Where the command lines come from: standard input as the console reads
 // it (typed or piped in), or a script: the -c lines, a file given to -f, or
 // standard input given as "-f -". The console reads its input as the
 // recorder does, dropping the last character of every piece of 2047. A
 // script line is taken as written instead: its newline removed, a last line
 // without one kept whole, and a line too long for the console refused, so a
-// script never runs a command cut short.
+// script never runs a command cut short. At a terminal the lines are typed
+// through the line editor, and each is then handed out as the terminal
+// itself would have handed it to the console.
 class LineSource {
  public:
   LineSource() = default;
@@ -111,7 +182,17 @@ class LineSource {
 
   // 0, or -1 after a message when the script cannot be opened.
   int open(const Options& options) {
-    if (!options.scripted()) return 0;
+    if (!options.scripted()) {
+      if (isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1) {
+        editor_.reset(new LineEditor(completeLine, kTypedLineMax));
+        editor_->useHistory(historyFile());
+        if (!options.quiet) {
+          above_ = colourEnabled() ? "\033[32m" + std::string(kPrompt) + "\033[0m\r\n"
+                                   : std::string(kPrompt) + "\r\n";
+        }
+      }
+      return 0;
+    }
     if (!options.commands.empty()) {
       for (const std::string& command : options.commands) {
         text_ += command + "\n";
@@ -134,6 +215,7 @@ class LineSource {
   // a refused line (refused() then tells).
   int32_t next(char* buf, uint32_t size) {
     refused_ = false;
+    if (editor_ != nullptr) return nextTyped(buf, size);
     if (stream_ == nullptr) return _tr_getLine(buf, size);
     if (std::fgets(buf, static_cast<int>(size), stream_) == nullptr) {
       if (std::ferror(stream_) && readError_ == 0) readError_ = errno;
@@ -152,8 +234,10 @@ class LineSource {
   }
 
   bool refused() const { return refused_; }
+  bool atTerminal() const { return editor_ != nullptr; }
 
   bool ended() const {
+    if (editor_ != nullptr) return typingEnded_;
     if (stream_ == nullptr) return consoleInputEnded();
     return std::feof(stream_) || std::ferror(stream_);
   }
@@ -178,6 +262,38 @@ class LineSource {
     refused_ = true;
   }
 
+  // The next piece of what was typed, cut as reading standard input cuts
+  // it: at most size - 1 characters up to and including the newline, the
+  // last character then dropped.
+  int32_t nextTyped(char* buf, uint32_t size) {
+    buf[0] = '\0';
+    if (typed_.empty()) {
+      std::string line;
+      switch (editor_->read(&line, above_)) {
+        case LineEditor::Result::kLine:
+          typed_ = line + "\n";
+          break;
+        case LineEditor::Result::kCancelled:
+          return 0;
+        case LineEditor::Result::kEnd:
+          typingEnded_ = true;
+          return 0;
+      }
+    }
+    const size_t piece =
+        std::min<size_t>(typed_.find('\n') + 1, std::max<size_t>(size, 2) - 1);
+    std::memcpy(buf, typed_.data(), piece - 1);
+    buf[piece - 1] = '\0';
+    typed_.erase(0, piece);
+    return static_cast<int32_t>(piece - 1);
+  }
+
+  // A terminal takes lines of up to 4095 characters before the newline.
+  static constexpr size_t kTypedLineMax = 4095;
+  std::unique_ptr<LineEditor> editor_;  // at a terminal only
+  std::string above_;  // the prompt, as it stands above the line typed
+  std::string typed_;  // what is left of the line last typed
+  bool typingEnded_ = false;
   FILE* stream_ = nullptr;  // null: standard input, read as the console does
   std::string text_;        // the -c lines, each ended by its newline
   std::string name_;
@@ -186,9 +302,15 @@ class LineSource {
   int readError_ = 0;
 };
 
-bool colourWanted(ColourWhen when) {
+bool colourWanted(const Options& options) {
   const char* noColour = std::getenv("NO_COLOR");
   if (noColour != nullptr && *noColour != '\0') return false;
+  ColourWhen when = options.colour;
+  if (when == ColourWhen::kDefault) {
+    const bool consoleAlone = options.mode == Mode::kConsole &&
+                              !options.quiet && !options.scripted();
+    when = consoleAlone ? ColourWhen::kAlways : ColourWhen::kAuto;
+  }
   if (when == ColourWhen::kAuto) return isatty(STDOUT_FILENO) == 1;
   return when == ColourWhen::kAlways;
 }
@@ -209,8 +331,16 @@ void reportNoCommand(const char* word) {
 // Runs one line other than `exit`. 0, or -1 when its command failed. A
 // `checked` line (-c, -f, -q) that names no command, or gives one the wrong
 // count of numbers, gets one line on standard error instead of the
-// recorder's answer (the help, the hint, or silence).
-int runLine(const tr_LineParser* words, bool checked) {
+// recorder's answer (the help, the hint, or silence). A line typed at a
+// `hinted` terminal gets that line as well as the recorder's answer.
+int runLine(const tr_LineParser* words, bool checked, bool hinted) {
+  if (hinted && !checked) {
+    if (!wordIs(words, "maintain")) {
+      reportNoCommand(words->argv[0]);
+    } else {
+      checkCommandWords(words->argc - 1, words->argv + 1);
+    }
+  }
   if (wordIs(words, "maintain")) {
     const int count = words->argc - 1;
     char** rest = words->argv + 1;
@@ -253,10 +383,11 @@ int runConsole(const Options& options) {
   const bool checked = quiet || options.scripted();
   // Where output is read by scripts, writing commands say what they changed.
   setKeepDeviceWrites(checked);
+  if (source.atTerminal()) warnBeforeUnjournalledWrite();
   bool failed = false;
   char line[kLineBufferSize];
   for (;;) {
-    if (!quiet) out("\033[32mplease enter the console command:\033[0m\n");
+    if (!quiet) out("\033[32m%s\033[0m\n", kPrompt);
     std::fflush(stdout);
     std::memset(line, 0, sizeof line);
     const int32_t length = source.next(line, sizeof line);
@@ -270,7 +401,7 @@ int runConsole(const Options& options) {
     const bool exit = wordIs(words, "exit");
     if (!exit) {
       const DeviceCommand command(line);
-      if (runLine(words, checked) == -1) failed = true;
+      if (runLine(words, checked, source.atTerminal()) == -1) failed = true;
     }
     _tr_freeLineParser(words);
     if (exit || InterruptScope::terminated()) break;
@@ -322,7 +453,7 @@ int consoleMain(int argc, char** argv) {
   Options options;
   if (parseOptions(argc, argv, &options) == -1) return kExitUsage;
   // Every mode works on the same card, in the same colours.
-  setColourEnabled(colourWanted(options.colour));
+  setColourEnabled(colourWanted(options));
   loadPlatform();
   if (loadWriteSafety() == -1) return kExitUsage;
   if (!options.device.empty()) setDevicePath(options.device);
@@ -330,6 +461,9 @@ int consoleMain(int argc, char** argv) {
   if (!options.outputDir.empty()) setOutputDir(options.outputDir);
   if (options.readOnly) setReadOnly(true);
   if (!options.undo.empty()) setJournalPath(options.undo);
+  const bool byItself = options.mode == Mode::kPrintUsage ||
+                        options.mode == Mode::kPrintVersion;
+  if (argc > 1 && !byItself && !deviceUsable()) return kExitUsage;
   switch (options.mode) {
     case Mode::kPrintUsage:
       printUsage();
@@ -338,11 +472,14 @@ int consoleMain(int argc, char** argv) {
       out("trellis-maintain %s\n", kVersion);
       return kExitOk;
     case Mode::kList:
+      warnMediaDir();
       return runInventory(
           CheckSettings{options.json, commandShowing, options.filter});
     case Mode::kExport:
+      warnMediaDir();
       return runExport(ExportSettings{options.exportDir, options.filter});
     case Mode::kCheck:
+      warnMediaDir();
       return runCheck(CheckSettings{options.json, commandShowing, {}});
     case Mode::kRestore:
       return runRestore(options, argc, argv);

@@ -131,9 +131,12 @@ const OptionRow kOptionRows[] = {
        return 0;
      }},
     {0, "color", "WHEN",
-     "always (the default), never, or auto (only\n"
-     "when standard output is a terminal); a set\n"
-     "NO_COLOR turns colour off whatever WHEN says",
+     "always, never, or auto (only when standard\n"
+     "output is a terminal); the default is always\n"
+     "for the console alone, auto with -q, -c, -f\n"
+     "or a mode (--list, --check, --export,\n"
+     "--restore); a set NO_COLOR turns colour off\n"
+     "whatever WHEN says",
      [](Options* o, const char* v) {
        const ColourWhen choices[] = {ColourWhen::kAlways, ColourWhen::kNever,
                                      ColourWhen::kAuto};
@@ -294,14 +297,18 @@ std::string usageText() {
       "With -c or -f every line runs, also after a failed one, and the exit\n"
       "status is 0 when every command succeeded, 1 when any failed or named\n"
       "no command, 2 for a bad command line or a device that cannot be\n"
-      "measured (then no command runs). With --list or --check it is 0 when\n"
+      "worked on (then no command runs). With --list or --check it is 0 when\n"
       "all was listed or no problem found, 1 when a part could not be listed\n"
       "or problems were found, 2 when the card could not be read. With\n"
       "--restore it is 0 when every record was restored or found restored\n"
       "already, else 1. With --export it is 0 when everything chosen was\n"
       "exported, 1 when a segment or picture was skipped, 2 for a card that\n"
       "cannot be read or a directory that cannot be written. Otherwise it is\n"
-      "0, or 2 for a bad command line.\n"
+      "0, or 2 for a bad command line or a device that cannot be worked on.\n"
+      "\n"
+      "At a terminal, lines are edited in place, Up and Ctrl-R bring back\n"
+      "earlier ones ($TRELLIS_HISTORY, else ~/.local/state/trellis-maintain/\n"
+      "history) and Tab completes command words and the card's numbers.\n"
       "\n"
       "Example:\n"
       "  trellis-maintain -d card.img -m media -q -c 'maintain TrellisHead'\n"
@@ -312,7 +319,7 @@ std::string usageText() {
 }
 
 int usageError(const std::string& message) {
-  err("trellis-maintain: %s\n%s", message.c_str(), usageText().c_str());
+  err("trellis-maintain: %s\n", message.c_str());
   return -1;
 }
 
@@ -331,9 +338,12 @@ int refused(int code, const char* word) {
         formatString("option --%s takes no value", row->longName));
   }
   if (optopt != 0) {
-    return usageError(formatString("unknown option '-%c'", optopt));
+    return usageError(formatString(
+        "unknown option '-%c'; trellis-maintain --help lists them", optopt));
   }
-  return usageError(formatString("unknown or ambiguous option '%s'", word));
+  return usageError(formatString(
+      "unknown or ambiguous option '%s'; trellis-maintain --help lists them",
+      escapedText(word, kLineEscaped).c_str()));
 }
 
 }  // namespace
@@ -363,7 +373,8 @@ int parseOptions(int argc, char** argv, Options* options) {
     if (row.apply(options, optarg) == -1) return -1;
   }
   if (optind < argc) {
-    return usageError(formatString("unexpected argument '%s'", argv[optind]));
+    return usageError(formatString("unexpected argument '%s'",
+                                   escapedText(argv[optind], kLineEscaped).c_str()));
   }
   if (!options->commands.empty() && !options->script.empty()) {
     return usageError("-c and -f cannot be used together");

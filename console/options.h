@@ -26,7 +26,9 @@ enum class Mode {
   kExport,
 };
 
-enum class ColourWhen { kAlways, kNever, kAuto };
+// kDefault: always for the console alone, as on the recorder; auto where
+// output goes to files and scripts (-q, -c, -f and the other modes).
+enum class ColourWhen { kDefault, kAlways, kNever, kAuto };
 
 struct Options {
   Mode mode = Mode::kConsole;
@@ -35,7 +37,7 @@ struct Options {
   std::vector<std::string> commands;  // -c lines, in order
   std::string script;                 // -f; "-" is standard input
   bool quiet = false;
-  ColourWhen colour = ColourWhen::kAlways;
+  ColourWhen colour = ColourWhen::kDefault;
   bool json = false;  // --list and --check print JSON Lines
   bool readOnly = false;  // -r; TRELLIS_READ_ONLY works as well
   std::string undo;       // -u; empty: TRELLIS_UNDO, else no journal
@@ -61,7 +63,7 @@ constexpr int kExitUsage = 2;   // a bad command line, or no card to work on
 constexpr int kExitTerminated = 143;
 
 // Parses argv (getopt_long; "--" ends the options). 0, or -1 after one line
-// saying what is wrong and the usage text on standard error.
+// on standard error saying what is wrong.
 int parseOptions(int argc, char** argv, Options* options);
 
 // The usage text, on standard output.

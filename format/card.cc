@@ -3,7 +3,11 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cinttypes>
+#include <cstring>
+
 #include "base/device.h"
+#include "base/output.h"
 #include "base/platform.h"
 #include "format/data_files.h"
 #include "format/device_layout.h"
@@ -23,7 +27,42 @@ int CardSession::open() {
     return -1;
   }
   layout_ = computeTrellisHead(capacity_);
+  noteWrongDevice();
   return 0;
+}
+
+void CardSession::noteWrongDevice() const {
+  tr_TrellisHead found = {};
+  const bool read = sys.lseek(fd_, kTrellisHeadOffset) >= 0 &&
+                    sys.read(fd_, &found, sizeof found) ==
+                        static_cast<ssize_t>(sizeof found);
+  // The fields the size decides; the flags and sector sizes are the
+  // recorder's own.
+  if (read &&
+      std::memcmp(found.magicWord, layout_.magicWord,
+                  sizeof found.magicWord) == 0 &&
+      found.idxFileOffsetAV == layout_.idxFileOffsetAV &&
+      found.idxFileBackupOffsetAV == layout_.idxFileBackupOffsetAV &&
+      found.idxFileOffsetPic == layout_.idxFileOffsetPic &&
+      found.idxFileBackupOffsetPic == layout_.idxFileBackupOffsetPic &&
+      found.idxFileSize == layout_.idxFileSize) {
+    return;
+  }
+  struct stat st;
+  const std::string disk = sys.fstat(fd_, &st) == 0 && S_ISBLK(st.st_mode)
+                               ? diskOfPartition(st.st_rdev)
+                               : "";
+  const std::string device = escapedText(deviceName, kLineEscaped);
+  if (!disk.empty()) {
+    err("trellis-maintain: %s: its storage head is not the one of its size: "
+        "it is a partition of %s; the whole device was expected (-d %s)\n",
+        device.c_str(), disk.c_str(), disk.c_str());
+  } else if (!indexFilesHoldTheirRegions()) {
+    err("trellis-maintain: %s: its storage head is not the one of its size, "
+        "and %" PRIu64 " bytes is smaller than any card; the whole device "
+        "was expected\n",
+        device.c_str(), capacity_);
+  }
 }
 
 int CardSession::close() {

@@ -22,7 +22,9 @@ class CardSession {
   CardSession& operator=(const CardSession&) = delete;
 
   // Opens the device read-only, measures it and computes the layout. 0, or
-  // -1 after the diagnostic block.
+  // -1 after the diagnostic block. A device whose storage head is not the
+  // one its size gives, and that is a partition or too small for a card,
+  // is named in one line on standard error: the whole card was meant.
   int open();
   // Closes with the close warning. 0 or -1.
   int close();
@@ -42,6 +44,8 @@ class CardSession {
   void lost() { fd_ = -1; }
 
  private:
+  void noteWrongDevice() const;
+
   int fd_ = -1;
   uint64_t capacity_ = 0;
   tr_TrellisHead layout_ = {};

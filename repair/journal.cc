@@ -20,6 +20,8 @@ namespace {
 std::string gPath;
 std::string gCommand;
 bool gKeepWrites = false;
+// Set at a terminal: the first write without a journal is announced, once.
+bool gWarnUnjournalled = false;
 std::vector<DeviceWrite> gWrites;
 
 // The journal as the current command holds it: open from its first write
@@ -183,6 +185,11 @@ int watchWrite(int fd, uint64_t offset, const std::string& before,
                const void* after, size_t size) {
   DeviceWrite write{offset, before,
                     std::string(static_cast<const char*>(after), size)};
+  if (gPath.empty() && gWarnUnjournalled) {
+    gWarnUnjournalled = false;
+    err("trellis-maintain: this change cannot be undone: no undo journal is "
+        "kept (start with -u FILE to keep one)\n");
+  }
   if (!gPath.empty()) {
     if (size > kJournalMaxWrite) {
       return journalFailure(formatString(
@@ -195,7 +202,9 @@ int watchWrite(int fd, uint64_t offset, const std::string& before,
 }
 
 void watchWhenWanted() {
-  setWriteWatcher(gPath.empty() && !gKeepWrites ? nullptr : watchWrite);
+  setWriteWatcher(gPath.empty() && !gKeepWrites && !gWarnUnjournalled
+                      ? nullptr
+                      : watchWrite);
 }
 
 }  // namespace
@@ -209,6 +218,11 @@ const std::string& journalPath() { return gPath; }
 
 void setKeepDeviceWrites(bool keep) {
   gKeepWrites = keep;
+  watchWhenWanted();
+}
+
+void warnBeforeUnjournalledWrite() {
+  gWarnUnjournalled = true;
   watchWhenWanted();
 }
 

@@ -90,6 +90,10 @@ int openJournalToRead(const std::string& path, std::string* error);
 void setJournalPath(const std::string& path);
 const std::string& journalPath();
 void setKeepDeviceWrites(bool keep);
+// Before the first write of the session made without a journal, one line
+// on standard error says it cannot be undone; for an engineer at a
+// terminal, who can still start again with -u.
+void warnBeforeUnjournalledWrite();
 
 // The writes of one command line: while it is alive, every write to the
 // device belongs to `line`. The journal, opened at the command's first

@@ -1,6 +1,7 @@
 // The parts only the tests use.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,8 +17,11 @@
 namespace tr {
 namespace test {
 
-pid_t spawn(const std::vector<std::string>& argv, const EnvList& env,
-            const int fds[3]) {
+namespace {
+
+// In the child: the program started with the console's environment.
+[[noreturn]] void execProgram(const std::vector<std::string>& argv,
+                              const EnvList& env) {
   const char* wrapper = std::getenv("TRELLIS_TEST_EXEC_WRAPPER");
   std::istringstream words(wrapper == nullptr ? "" : wrapper);
   std::vector<std::string> command{std::istream_iterator<std::string>(words),
@@ -26,17 +30,33 @@ pid_t spawn(const std::vector<std::string>& argv, const EnvList& env,
   std::vector<char*> args;
   for (std::string& word : command) args.push_back(&word[0]);
   args.push_back(nullptr);
-  const pid_t pid = fork();
-  if (pid != 0) return pid;
-  for (int fd = 0; fd < 3; ++fd) fds[fd] < 0 ? ::close(fd) : dup2(fds[fd], fd);
   setenv("TZ", "UTC", 1);
   for (const char* name : {"NO_COLOR", "TRELLIS_DEVICE", "TRELLIS_MEDIA_DIR",
-                           "TRELLIS_UNDO", "TRELLIS_READ_ONLY"}) {
+                           "TRELLIS_UNDO", "TRELLIS_READ_ONLY",
+                           "TRELLIS_HISTORY", "XDG_STATE_HOME"}) {
     unsetenv(name);
   }
   for (const auto& [name, value] : env) setenv(name.c_str(), value.c_str(), 1);
   execvp(args[0], args.data());
   _exit(127);
+}
+
+}  // namespace
+
+pid_t spawn(const std::vector<std::string>& argv, const EnvList& env,
+            const int fds[3]) {
+  const pid_t pid = fork();
+  if (pid != 0) return pid;
+  for (int fd = 0; fd < 3; ++fd) fds[fd] < 0 ? ::close(fd) : dup2(fds[fd], fd);
+  execProgram(argv, env);
+}
+
+pid_t spawnOnTerminal(const std::vector<std::string>& argv, const EnvList& env,
+                      int* master) {
+  struct winsize size = {24, 80, 0, 0};
+  const pid_t pid = forkpty(master, nullptr, nullptr, &size);
+  if (pid != 0) return pid;
+  execProgram(argv, env);
 }
 
 RunResult runProgram(const std::vector<std::string>& argv,

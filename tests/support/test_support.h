@@ -111,6 +111,10 @@ using EnvList = std::vector<std::pair<std::string, std::string>>;
 // closed); returns its process id.
 pid_t spawn(const std::vector<std::string>& argv, const EnvList& env,
             const int fds[3]);
+// Starts `argv` so on a new pseudo-terminal of 80 by 24, its controlling
+// terminal; `*master` gets the other side. -1 when none could be had.
+pid_t spawnOnTerminal(const std::vector<std::string>& argv, const EnvList& env,
+                      int* master);
 RunResult runProgram(const std::vector<std::string>& argv,
                      const std::string& input, const EnvList& env);
 RunResult runConsole(const std::string& input, const EnvList& env);
