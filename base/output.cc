@@ -80,7 +80,7 @@ int err(const char* fmt, ...) {
 }
 
 int outText(const std::string& text) {
-  if (gColour) {
+  if (gColour || text.find('\033') == std::string::npos) {
     return static_cast<int>(std::fwrite(text.data(), 1, text.size(), stdout));
   }
   const std::string plain = stripEscapes(text.data(), text.size());
@@ -157,7 +157,10 @@ std::string escapedText(const char* bytes, size_t size,
     const char c = bytes[i];
     const unsigned char byte = static_cast<unsigned char>(c);
     if (byte == 0 && style.untilNul) break;
-    const bool special = byte != 0 && std::strchr(style.special, c) != nullptr;
+    bool special = false;
+    for (const char* s = style.special; byte != 0 && *s != '\0'; ++s) {
+      special = special || *s == c;
+    }
     if (special && style.specialAsBackslash) {
       text += '\\';
       text += c;

@@ -23,6 +23,7 @@
 
 #include "bench/bench_card.h"
 #include "bench/bench_check_card.h"
+#include "bench/bench_repair.h"
 #include "bench/bench_process.h"
 
 namespace tr {
@@ -287,6 +288,13 @@ int run(const Options& options) {
   ExportFigures exported;
   if (!measureExport(options, card, &exported)) return 1;
 
+  // 8. The repair of the populated card: -n against the check, and a
+  // whole backup index file rewritten.
+  RepairFigures repair;
+  if (!measureRepair(options.console, options.out, options.runs, &repair)) {
+    return 1;
+  }
+
   std::printf("| %-44s | %-30s | %-16s |\n", "measure", "figure (median)",
               "target");
   std::printf("|%s|%s|%s|\n", std::string(46, '-').c_str(),
@@ -329,6 +337,22 @@ int run(const Options& options) {
       "< 8 MiB");
   row("--export, choosing 10 min of the 64 GiB card",
       fmt(1000 * exported.choose, 1, " ms"), "");
+  row("--repair -n, populated 64 GiB card", fmt(repair.repairN, 3, " s"), "");
+  row("--check of the same card", fmt(repair.check, 3, " s"), "");
+  row("--repair -n / --check", fmt(repair.repairN / repair.check, 2, ""),
+      "<= 1.20");
+  row("peak RSS, --repair -n 64 GiB",
+      fmt(repair.repairNRssKiB / 1024.0, 2, " MiB"), "< 8 MiB");
+  row("--repair -y, backup index file rewritten",
+      fmt(repair.rewrite, 3, " s, ") + fmt(mib(repair.rewritten), 0, " MiB"),
+      "");
+  row("cat of the bytes the check reads", fmt(repair.cat, 3, " s"), "");
+  row("--repair -y / cat", fmt(repair.rewrite / repair.cat, 2, ""), "");
+  row("peak RSS, --repair -y", fmt(repair.rewriteRssKiB / 1024.0, 2, " MiB"),
+      "< 8 MiB");
+  row("its journal", fmt(mib(repair.journalBytes), 0, " MiB"), "");
+  row("--restore of that journal",
+      repair.restored ? "the cleared area back" : "FAILED", "byte for byte");
   row("stripped size, host",
       fmt(strippedSize(options.console) / 1024.0, 1, " KiB"), "");
   if (!options.armConsole.empty()) {

@@ -43,7 +43,7 @@ bool writeAll(int fd, const std::string& text) {
 }  // namespace
 
 Outcome runTimed(const std::vector<std::string>& argv, const std::string& input,
-                 const Env& env) {
+                 const Env& env, int expected) {
   int in[2];
   if (pipe(in) != 0) return {};
   const Clock::time_point start = Clock::now();
@@ -65,7 +65,7 @@ Outcome runTimed(const std::vector<std::string>& argv, const std::string& input,
   wait4(pid, &status, 0, &usage);
   Outcome outcome;
   outcome.seconds = since(start, Clock::now());
-  outcome.ok = written && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  outcome.ok = written && WIFEXITED(status) && WEXITSTATUS(status) == expected;
   outcome.maxRssKiB = usage.ru_maxrss;
   return outcome;
 }

@@ -18,9 +18,10 @@ struct Outcome {
   long maxRssKiB = 0;
 };
 
-// Runs `argv` with `input` on standard input and its output discarded.
+// Runs `argv` with `input` on standard input and its output discarded;
+// ok when it ends with `status`.
 Outcome runTimed(const std::vector<std::string>& argv, const std::string& input,
-                 const Env& env);
+                 const Env& env, int status = 0);
 
 struct Throughput {
   bool ok = false;

@@ -3,6 +3,7 @@
 #include <cinttypes>
 #include <cstring>
 
+#include "base/output.h"
 #include "base/platform.h"
 #include "check/report.h"
 
@@ -36,7 +37,40 @@ std::string valueText(const FieldSpan& field, const unsigned char* bytes) {
   return "";
 }
 
+// A value as a change shows it: magic words as quoted text, the rest as
+// differences show them.
+std::string changeValue(const FieldSpan& field, const unsigned char* bytes) {
+  if (field.show == FieldShow::kText) {
+    return escapedText(reinterpret_cast<const char*>(bytes), field.size,
+                       kQuotedText);
+  }
+  return valueText(field, bytes);
+}
+
 }  // namespace
+
+std::string changes(const RecordFields& record, const unsigned char* before,
+                    const unsigned char* after) {
+  std::string text;
+  int changed = 0;
+  for (size_t i = 0; i < record.count; ++i) {
+    const FieldSpan& field = record.fields[i];
+    for (size_t e = 0; e < field.count; ++e) {
+      const size_t at = field.offset + e * field.size;
+      if (std::memcmp(before + at, after + at, field.size) == 0) continue;
+      if (++changed > kShownDifferences) continue;
+      if (changed > 1) text += ", ";
+      text += field.name;
+      if (field.count > 1) text += formatString("[%zu]", e);
+      const std::string old = changeValue(field, before + at);
+      if (!old.empty()) text += " " + old + " -> " + changeValue(field, after + at);
+    }
+  }
+  if (changed > kShownDifferences) {
+    text += formatString(" and %d more", changed - kShownDifferences);
+  }
+  return text;
+}
 
 Difference difference(const RecordFields& record, const unsigned char* found,
                       const unsigned char* other, const char* otherName) {

@@ -20,6 +20,12 @@ struct Difference {
 Difference difference(const RecordFields& record, const unsigned char* found,
                       const unsigned char* other, const char* otherName);
 
+// The fields a write of `after` over `before` (records of the same kind)
+// changes, with both values: "dataOffset 0x1a9000 -> 0xa9000, ...". At
+// most a few are shown; the rest are counted.
+std::string changes(const RecordFields& record, const unsigned char* before,
+                    const unsigned char* after);
+
 }  // namespace tr
 
 #endif  // TRELLIS_CHECK_RECORD_FIELDS_H_

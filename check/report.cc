@@ -37,6 +37,7 @@ Report::Report(bool json, const char* activity, CommandNamer namer)
       progress_(true, kProgressDelaySeconds) {}
 
 void Report::emit(const std::string& text, const JsonObject& object) {
+  if (silent_) return;
   progress_.clear();
   outText((json_ ? object.str() : text) + "\n");
 }
@@ -62,9 +63,15 @@ void Report::difference(const Place& where, const std::string& fields,
 void Report::line(const Place& where, const std::string& field,
                   const std::string& message) {
   ++problems_;
+  if (collected_ != nullptr) collected_->push_back({where, field});
+  if (silent_) return;
   const std::string command = namer_ == nullptr ? "" : namer_(where);
   std::string text = where.text() + ": " + message;
   if (!command.empty()) text += " [" + command + "]";
+  if (!json_) {
+    emit(text, JsonObject());
+    return;
+  }
   JsonObject object;
   object.add("type", "problem").add("where", where.text());
   addPlace(where, &object);
@@ -78,7 +85,7 @@ void Report::line(const Place& where, const std::string& field,
 }
 
 void Report::progress(uint64_t bytesRead) {
-  if (!progress_.due() || total_ == 0) return;
+  if (silent_ || !progress_.due() || total_ == 0) return;
   progress_.draw(formatString(
       "%s: %" PRIu64 " of %" PRIu64 " MiB (%.0f%%)", activity_, bytesRead >> 20,
       total_ >> 20,

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "base/json.h"
 #include "base/progress.h"
@@ -19,6 +20,12 @@ namespace tr {
 
 // Where a record lies, as a report line names it.
 using Place = RecordPlace;
+
+// A problem as reported: where, and the field it names.
+struct ReportedProblem {
+  RecordPlace where;
+  std::string field;
+};
 // The members naming `place` in a JSON object.
 void addPlace(const Place& place, JsonObject* object);
 
@@ -42,6 +49,10 @@ class Report {
   void difference(const Place& where, const std::string& fields,
                   const std::string& what);
   uint64_t problems() const { return problems_; }
+  // Each problem from now on is also added to `*into` (null: no more).
+  void collect(std::vector<ReportedProblem>* into) { collected_ = into; }
+  // Counts the problems and prints nothing (no progress line either).
+  void silence() { silent_ = true; }
   // Redraws the progress line now and then on a terminal, once the bytes
   // the work will read in all are known.
   void setTotal(uint64_t total) { total_ = total; }
@@ -56,6 +67,8 @@ class Report {
   CommandNamer namer_;
   uint64_t total_ = 0;
   uint64_t problems_ = 0;
+  std::vector<ReportedProblem>* collected_ = nullptr;
+  bool silent_ = false;
   ProgressLine progress_;
 };
 

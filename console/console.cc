@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <string>
 
@@ -24,6 +25,7 @@
 #include "console/options.h"
 #include "maintain/commands.h"
 #include "maintain/startup.h"
+#include "repair/card_repair.h"
 #include "repair/journal.h"
 #include "repair/restore.h"
 
@@ -425,6 +427,76 @@ int runRestore(const Options& options, int argc, char** argv) {
   return restoreJournal(options.restore, how) == -1 ? kExitFailed : kExitOk;
 }
 
+// The journal a repair keeps when none is named: in the current
+// directory, after the device and the time, so that one repair never
+// appends to another's.
+std::string defaultJournal() {
+  const size_t slash = deviceName.rfind('/');
+  const std::string device =
+      slash == std::string::npos ? deviceName : deviceName.substr(slash + 1);
+  char stamp[32] = "";
+  const time_t now = std::time(nullptr);
+  struct tm parts;
+  if (gmtime_r(&now, &parts) != nullptr) {
+    std::strftime(stamp, sizeof stamp, "%Y%m%dT%H%M%SZ", &parts);
+  }
+  return "./" + device + "-" + stamp + ".undo";
+}
+
+// The repair mode: how it answers, and its journal, which never lies on
+// the card.
+int runRepairMode(const Options& options, int argc, char** argv) {
+  RepairSettings settings;
+  settings.commandFor = commandShowing;
+  settings.commandLine = "trellis-maintain";
+  for (int i = 1; i < argc; ++i) settings.commandLine += std::string(" ") + argv[i];
+  const bool atTerminal =
+      isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1;
+  switch (options.repairAnswer) {
+    case 'n':
+      settings.mode = RepairMode::kNothing;
+      break;
+    case 'p':
+      settings.mode = RepairMode::kSafe;
+      break;
+    case 'y':
+      settings.mode = RepairMode::kAll;
+      break;
+    default:
+      if (!atTerminal) {
+        err("trellis-maintain: --repair asks before each fix, at a terminal "
+            "only: give -n (change nothing), -p (the safe fixes) or -y "
+            "(every fix)\n");
+        return kRepairUsage;
+      }
+      settings.mode = RepairMode::kAsk;
+  }
+  if (settings.mode != RepairMode::kNothing && readOnly()) {
+    err("trellis-maintain: TRELLIS_READ_ONLY=1 lets --repair write nothing: "
+        "add -n\n");
+    return kRepairUsage;
+  }
+  if (settings.mode != RepairMode::kNothing) {
+    if (options.noUndo) {
+      setJournalPath("");
+    } else if (journalPath().empty()) {
+      setJournalPath(defaultJournal());
+    }
+    const std::string journal = journalPath();
+    const size_t slash = journal.rfind('/');
+    const std::string dir =
+        slash == std::string::npos ? "." : journal.substr(0, slash + 1);
+    if (!journal.empty() && (inMediaDir(dir) || onCardDevice(dir))) {
+      err("trellis-maintain: the undo journal %s would lie on the card: name "
+          "one elsewhere with -u FILE\n",
+          escapedText(journal, kLineEscaped).c_str());
+      return kRepairUsage;
+    }
+  }
+  warnMediaDir();
+  return runRepair(settings);
+}
+
 }  // namespace
 
 int32_t _tr_getLine(char* buf, uint32_t size) {
@@ -451,11 +523,13 @@ int consoleMain(int argc, char** argv) {
   // number to the device, and the console's messages would land on the card.
   if (guardStandardDescriptors() == -1) return kExitFailed;
   Options options;
-  if (parseOptions(argc, argv, &options) == -1) return kExitUsage;
+  const bool repair = asksForRepair(argc, argv);
+  const int usage = repair ? kRepairUsage : kExitUsage;
+  if (parseOptions(argc, argv, &options) == -1) return usage;
   // Every mode works on the same card, in the same colours.
   setColourEnabled(colourWanted(options));
   loadPlatform();
-  if (loadWriteSafety() == -1) return kExitUsage;
+  if (loadWriteSafety() == -1) return usage;
   if (!options.device.empty()) setDevicePath(options.device);
   if (!options.mediaDir.empty()) setMediaDir(options.mediaDir);
   if (!options.outputDir.empty()) setOutputDir(options.outputDir);
@@ -463,7 +537,9 @@ int consoleMain(int argc, char** argv) {
   if (!options.undo.empty()) setJournalPath(options.undo);
   const bool byItself = options.mode == Mode::kPrintUsage ||
                         options.mode == Mode::kPrintVersion;
-  if (argc > 1 && !byItself && !deviceUsable()) return kExitUsage;
+  if (argc > 1 && !byItself && !deviceUsable()) {
+    return repair ? kRepairFailed : kExitUsage;
+  }
   switch (options.mode) {
     case Mode::kPrintUsage:
       printUsage();
@@ -483,6 +559,8 @@ int consoleMain(int argc, char** argv) {
       return runCheck(CheckSettings{options.json, commandShowing, {}});
     case Mode::kRestore:
       return runRestore(options, argc, argv);
+    case Mode::kRepair:
+      return runRepairMode(options, argc, argv);
     case Mode::kConsole:
       break;
   }

@@ -38,6 +38,8 @@ const char* modeOption(Mode mode) {
       return "--restore";
     case Mode::kExport:
       return "--export";
+    case Mode::kRepair:
+      return "--repair";
     default:
       return "";
   }
@@ -60,6 +62,16 @@ int valueError(const char* option, const char* value, const char* what) {
   err("trellis-maintain: %s %s: %s\n", option,
       escapedText(value, kLineEscaped).c_str(), what);
   return -1;
+}
+
+// -n, -p and -y: one of them.
+int setAnswer(Options* o, char answer) {
+  if (o->repairAnswer != 0 && o->repairAnswer != answer) {
+    return usageError(formatString("-%c and -%c cannot be used together",
+                                   o->repairAnswer, answer));
+  }
+  o->repairAnswer = answer;
+  return 0;
 }
 
 int setChannels(Options* o, const char* value) {
@@ -225,6 +237,26 @@ const OptionRow kOptionRows[] = {
        return setBound("--to", v, &o->filter.to, &o->filter.toText,
                        &o->filter.hasTo);
      }},
+    {0, "repair", nullptr,
+     "check the whole card and fix what it can,\n"
+     "asking before each fix at a terminal; every\n"
+     "write journalled (default: ./DEVICE-TIME.undo)",
+     [](Options* o, const char*) { return setMode(o, Mode::kRepair); }},
+    {'n', "no-change", nullptr,
+     "with --repair: change nothing; say what would\n"
+     "be fixed",
+     [](Options* o, const char*) { return setAnswer(o, 'n'); }},
+    {'p', "safe", nullptr,
+     "with --repair: make the safe fixes, without\n"
+     "asking",
+     [](Options* o, const char*) { return setAnswer(o, 'p'); }},
+    {'y', "yes", nullptr, "with --repair: make every fix, without asking",
+     [](Options* o, const char*) { return setAnswer(o, 'y'); }},
+    {0, "no-undo", nullptr, "with --repair: keep no undo journal",
+     [](Options* o, const char*) {
+       o->noUndo = true;
+       return 0;
+     }},
     {'o', "output-dir", "DIR",
      "where recData, picData and onePic write\n"
      "(default: $TRELLIS_OUTPUT_DIR, else the media\n"
@@ -305,6 +337,9 @@ std::string usageText() {
       "exported, 1 when a segment or picture was skipped, 2 for a card that\n"
       "cannot be read or a directory that cannot be written. Otherwise it is\n"
       "0, or 2 for a bad command line or a device that cannot be worked on.\n"
+      "With --repair it is 0 when nothing was found, 1 when all was fixed,\n"
+      "4 when problems are left, 5 when some were fixed and some left, 8\n"
+      "when the card or the journal failed, 16 for a bad command line.\n"
       "\n"
       "At a terminal, lines are edited in place, Up and Ctrl-R bring back\n"
       "earlier ones ($TRELLIS_HISTORY, else ~/.local/state/trellis-maintain/\n"
@@ -313,6 +348,7 @@ std::string usageText() {
       "Example:\n"
       "  trellis-maintain -d card.img -m media -q -c 'maintain TrellisHead'\n"
       "  trellis-maintain -d card.img -m media --check\n"
+      "  trellis-maintain -d card.img -m media --repair -p\n"
       "  trellis-maintain -d card.img -m media --export out --channel 1 \\\n"
       "    --from 2024-03-05T15:10:00 --to 2024-03-05T15:20:00\n";
   return text;
@@ -381,7 +417,8 @@ int parseOptions(int argc, char** argv, Options* options) {
   }
   const bool wholeCard = options->mode == Mode::kList ||
                          options->mode == Mode::kCheck ||
-                         options->mode == Mode::kExport;
+                         options->mode == Mode::kExport ||
+                         options->mode == Mode::kRepair;
   if (wholeCard && options->scripted()) {
     return usageError(formatString("%s runs no console lines (-c, -f)",
                                    modeOption(options->mode)));
@@ -399,6 +436,17 @@ int parseOptions(int argc, char** argv, Options* options) {
       options->mode != Mode::kList && options->mode != Mode::kCheck) {
     return usageError("--json goes with --list or --check");
   }
+  if ((options->repairAnswer != 0 || options->noUndo) &&
+      options->mode != Mode::kRepair) {
+    return usageError("-n, -p, -y and --no-undo go with --repair");
+  }
+  if (options->noUndo && !options->undo.empty()) {
+    return usageError("--no-undo and -u cannot be used together");
+  }
+  if (options->readOnly && options->mode == Mode::kRepair &&
+      options->repairAnswer != 'n') {
+    return usageError("-r lets --repair write nothing: add -n");
+  }
   if ((options->force || options->dryRun) && options->restore.empty()) {
     return usageError("--force and --dry-run go with --restore only");
   }
@@ -406,6 +454,18 @@ int parseOptions(int argc, char** argv, Options* options) {
     return usageError("--restore runs no console lines: not with -c or -f");
   }
   return 0;
+}
+
+bool asksForRepair(int argc, char** argv) {
+  const std::string name = "--repair";
+  for (int i = 1; i < argc; ++i) {
+    const std::string word = argv[i];
+    if (word == "--") break;
+    if (word.size() >= 5 && name.compare(0, word.size(), word) == 0) {
+      return true;
+    }
+  }
+  return false;
 }
 
 void printUsage() { outText(usageText()); }

@@ -24,6 +24,7 @@ enum class Mode {
   kCheck,
   kRestore,
   kExport,
+  kRepair,
 };
 
 // kDefault: always for the console alone, as on the recorder; auto where
@@ -47,6 +48,8 @@ struct Options {
   std::string exportDir;  // --export: where the footage goes (kExport)
   SegmentFilter filter;   // --channel, --from, --to: with --list, --export
   std::string outputDir;  // -o: where the console's extractions write
+  char repairAnswer = 0;  // -n, -p or -y with --repair; 0: ask
+  bool noUndo = false;    // --no-undo: a repair without a journal
 
   // Command lines come from -c or -f, and the exit status tells how they
   // went.
@@ -65,6 +68,10 @@ constexpr int kExitTerminated = 143;
 // Parses argv (getopt_long; "--" ends the options). 0, or -1 after one line
 // on standard error saying what is wrong.
 int parseOptions(int argc, char** argv, Options* options);
+
+// True when argv asks for --repair (under any name getopt_long takes for
+// it), whose usage errors have an exit status of their own.
+bool asksForRepair(int argc, char** argv);
 
 // The usage text, on standard output.
 void printUsage();

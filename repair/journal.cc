@@ -146,19 +146,23 @@ int openJournal(int deviceFd) {
 }
 
 // Appends the record of one write: one write, one flush to disk.
-int appendRecord(int deviceFd, const DeviceWrite& write) {
+int appendRecord(int deviceFd, DeviceWrite* write) {
   if (gJournal.fd == -1 && openJournal(deviceFd) == -1) return -1;
   JournalRecord record;
   record.number = gJournal.records + 1;
   record.device = escapedText(deviceName, kLineEscaped);
   record.deviceSize = gJournal.deviceSize;
-  record.offset = write.offset;
+  record.offset = write->offset;
   record.time = utcNow();
   record.command = escapedText(gCommand, kLineEscaped);
-  record.before = write.before;
-  record.after = write.after;
-  const std::string text =
-      (gJournal.end == 0 ? kJournalMagic : "") + formatJournalRecord(record);
+  // The bytes are lent to the record while its text is made, and given
+  // back: a long write is not held twice more.
+  record.before.swap(write->before);
+  record.after.swap(write->after);
+  std::string text = formatJournalRecord(record);
+  record.before.swap(write->before);
+  record.after.swap(write->after);
+  if (gJournal.end == 0) text.insert(0, kJournalMagic);
   if (!writeWhole(gJournal.fd, text, gJournal.end) ||
       sys.fsync(gJournal.fd) != 0) {
     const int error = errno;
@@ -195,7 +199,7 @@ int watchWrite(int fd, uint64_t offset, const std::string& before,
       return journalFailure(formatString(
           "a write of %zu bytes is more than a record holds", size));
     }
-    if (appendRecord(fd, write) == -1) return -1;
+    if (appendRecord(fd, &write) == -1) return -1;
   }
   if (gKeepWrites) gWrites.push_back(std::move(write));
   return 0;

@@ -97,7 +97,14 @@ Outcome replay(int fd, const JournalRecord& record, bool dryRun,
     out("%s: already holds its old bytes; skipped\n", describe(record).c_str());
     return Outcome::kSkipped;
   }
-  if (found != record.after) {
+  // A write that stopped part way left the start of its bytes and the old
+  // ones after them: what the console wrote too.
+  size_t written = 0;
+  while (written < found.size() && found[written] == record.after[written]) {
+    ++written;
+  }
+  if (found.compare(written, std::string::npos, record.before, written,
+                    std::string::npos) != 0) {
     reportChanged(record, found);
     return Outcome::kChanged;
   }
@@ -107,8 +114,12 @@ Outcome replay(int fd, const JournalRecord& record, bool dryRun,
                                      record.before.size(), true) == -1) {
     return Outcome::kFailed;
   }
-  out("%s: %s\n", describe(record).c_str(),
-      dryRun ? "would be restored" : "restored");
+  out("%s: %s%s\n", describe(record).c_str(),
+      dryRun ? "would be restored" : "restored",
+      written < found.size()
+          ? formatString(" (its write had stopped after %zu bytes)", written)
+                .c_str()
+          : "");
   return Outcome::kRestored;
 }
 

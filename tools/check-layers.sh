@@ -1,6 +1,7 @@
 #!/bin/sh
 # Fails when a file includes a header of a folder above its own. The folders
-# layer bottom up: base, format, extract, repair and check (side by side),
+# layer bottom up: base, format, extract and check (side by side), repair
+# above check (a repair follows the check),
 # export above extract, maintain, console. The programs built beside the console (mkcard, bench)
 # stand on format; a test may include what the folder it tests may, and its
 # support, which the fuzz harnesses share.
@@ -12,7 +13,7 @@ allowed() {
     base) echo "base" ;;
     format) echo "base format" ;;
     extract) echo "base format extract" ;;
-    repair) echo "base format repair" ;;
+    repair) echo "base format check repair" ;;
     check) echo "base format check" ;;
     export) echo "base format extract export" ;;
     maintain) echo "base format extract repair check maintain" ;;

@@ -131,6 +131,12 @@ TEST_F(ScriptTest, ExitStatusTellsWhetherEveryCommandSucceeded) {
        "maintain: recNormall: no such command; closest: recNormal\n", ""},
       {"-qd|CARD|-f|DIR/none", "", 2, "/none: No such file", ""},
       {"-c", "", 2, "option --command needs a value (LINE)\n", ""},
+      // --repair: usage errors 16, a card that cannot be read 8.
+      {"--repair|-d|CARD", "", 16, "--repair asks before each fix, at a terminal only", ""},
+      {"--rep|-x", "", 16, "unknown option '-x'", ""},
+      {"-qn|-d|CARD", "", 2, "-n, -p, -y and --no-undo go with --repair\n", ""},
+      {"--repair|-pr|-d|CARD", "", 16, "-r lets --repair write nothing: add -n\n", ""},
+      {"--repair|-n|-d|DIR/none", "", 8, "/none: No such file or directory\n", ""},
       // Read-only from the environment: 1, or a value that means neither.
       {"-qd|CARD|-c|maintain recNormal", "", 1,
        "maintain recNormal: not written: the console is read-only", "",

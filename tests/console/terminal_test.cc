@@ -3,6 +3,7 @@
 // back from the history, from one session to the next.
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,10 +25,13 @@ const std::string kReady = "\x1b[0K";
 // A console on a pseudo-terminal; keys go in, the screen's bytes come out.
 class Terminal {
  public:
-  Terminal(const std::string& card, const EnvList& env) {
+  Terminal(const std::string& card, const EnvList& env,
+           const std::vector<std::string>& args = {}) {
     EnvList all = {{"TRELLIS_DEVICE", card}};
     all.insert(all.end(), env.begin(), env.end());
-    pid_ = spawnOnTerminal({TRELLIS_MAINTAIN_BIN}, all, &master_);
+    std::vector<std::string> argv = {TRELLIS_MAINTAIN_BIN};
+    argv.insert(argv.end(), args.begin(), args.end());
+    pid_ = spawnOnTerminal(argv, all, &master_);
   }
   ~Terminal() {
     if (pid_ > 0) finish();
@@ -86,7 +90,17 @@ class Terminal {
   const std::string& screen() const { return screen_; }
   // Waits for the console to end; its exit status.
   int finish() {
-    waitFor("Bye Trellis Maintain", mark_);
+    // Read to the end, which a console that waits for a line never
+    // reaches: it is then stopped.
+    struct pollfd ready = {master_, POLLIN, 0};
+    char buf[4096];
+    int got = 0;
+    while ((got = poll(&ready, 1, 30000)) > 0 && read(master_, buf, sizeof buf) > 0) {
+    }
+    if (got == 0) {
+      ADD_FAILURE() << "the console did not end";
+      kill(pid_, SIGKILL);
+    }
     int status = -1;
     waitpid(pid_, &status, 0);
     close(master_);
@@ -221,6 +235,25 @@ TEST_F(TerminalTest, TabCompletesFromTheCard) {
   EXPECT_EQ(t.run("maintain picNormal\r").find(warning), std::string::npos);
   t.type("ex\t\r");
   EXPECT_EQ(t.finish(), 0);
+}
+
+// --repair at a terminal asks before each fix, and makes the ones answered
+// yes: the primary's data file head over the backup's (not safe), not the
+// dataOffset, the backup picture index file's mark.
+TEST_F(TerminalTest, RepairAsksBeforeEachFix) {
+  Terminal t(card_, {{"TRELLIS_MEDIA_DIR", dir_.file("media")}},
+             {"--repair", "--no-undo"});
+  t.expect("  fix: backup recordIndexFile file 2 written from recordIndexFile: inUse 1 -> 0 "
+           "(not safe: both copies pass every check)\r\nFix? [y/N] ");
+  t.type("y\r");
+  t.expect("  fix: recordIndexFile file 3 segment 2 written from backup recordIndexFile: "
+           "dataOffset 0x1a9000 -> 0xa9000\r\nFix? [y/N] ");
+  t.type("\r");
+  t.expect("  fix: backup pictureIndexFile marked normal: magicWord \"\" -> \"IDX_01\", "
+           "exceptionFlag 1 -> 0\r\nFix? [y/N] ");
+  t.type("yes\r");
+  t.expect("repair: 2 fixed, 2 not fixable, 1 declined\r\n");
+  EXPECT_EQ(t.finish(), 5);
 }
 
 }  // namespace

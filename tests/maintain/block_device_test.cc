@@ -149,6 +149,25 @@ TEST_F(BlockDeviceTest, CardBuilderOnlyWithForceAndOverTheWholeDevice) {
   EXPECT_EQ(peek(image_, 1086405, 8), std::string(8, '\0'));
 }
 
+// The sample card on a loop device: --repair -p, its journal restored
+// through the device, and the image is what it was.
+TEST_F(BlockDeviceTest, SampleRepairedAndRestoredThroughTheDevice) {
+  ASSERT_TRUE(detach() && sizeFile(image_, 1073741824));
+  ASSERT_EQ(sh("@RUN" TRELLIS_MKCARD_BIN " --time 1709622489 --force --sample '" +
+               dir_.file("media") + "' '" + image_ + "'").status, 0);
+  const Extents before = extents(image_);
+  attach();
+  const std::string console = "@RUN" TRELLIS_MAINTAIN_BIN " -d " + loop_ + " ";
+  const std::string journal = dir_.file("j.undo");
+  RunResult r = sh(console + "-m '" + dir_.file("media") + "' --repair -p -u '" + journal + "'");
+  EXPECT_EQ(r.status, 5) << r.err;
+  EXPECT_NE(r.out.find("repair: 2 fixed, 2 not fixable, 0 declined\n"), std::string::npos) << r.out;
+  r = sh(console + "--restore '" + journal + "'");
+  EXPECT_EQ(r.status, 0) << r.err;
+  ASSERT_TRUE(detach());
+  EXPECT_EQ(changes(before, extents(image_)), "");
+}
+
 }  // namespace
 }  // namespace test
 }  // namespace tr

@@ -36,7 +36,10 @@ namespace {
                            "TRELLIS_HISTORY", "XDG_STATE_HOME"}) {
     unsetenv(name);
   }
-  for (const auto& [name, value] : env) setenv(name.c_str(), value.c_str(), 1);
+  for (const auto& [name, value] : env) {
+    setenv(name.c_str(), value.c_str(), 1);
+    if (name == "PWD" && chdir(value.c_str()) != 0) _exit(127);
+  }
   execvp(args[0], args.data());
   _exit(127);
 }

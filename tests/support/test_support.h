@@ -96,7 +96,7 @@ class SysFaults {
 
 // The console or the card builder run with `input` on standard input in the
 // console's environment (TZ=UTC, no NO_COLOR or TRELLIS_* variables, then
-// `env`). TRELLIS_TEST_EXEC_WRAPPER's words, when set, go in front of the
+// `env`; PWD there is the directory it runs in). TRELLIS_TEST_EXEC_WRAPPER's words, when set, go in front of the
 // program (an emulator, valgrind). A program killed by a signal, or ending
 // with kCheckerStatus (what the sanitizers and valgrind are told to end with
 // when they report), fails the calling test.
