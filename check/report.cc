@@ -63,7 +63,7 @@ void Report::difference(const Place& where, const std::string& fields,
 void Report::line(const Place& where, const std::string& field,
                   const std::string& message) {
   ++problems_;
-  if (collected_ != nullptr) collected_->push_back({where, field});
+  if (collected_ != nullptr) collected_->push_back({where, field, message});
   if (silent_) return;
   const std::string command = namer_ == nullptr ? "" : namer_(where);
   std::string text = where.text() + ": " + message;

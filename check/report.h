@@ -21,10 +21,12 @@ namespace tr {
 // Where a record lies, as a report line names it.
 using Place = RecordPlace;
 
-// A problem as reported: where, and the field it names.
+// A problem as reported: where, the field it names, and what its line
+// says after the place.
 struct ReportedProblem {
   RecordPlace where;
   std::string field;
+  std::string message;
 };
 // The members naming `place` in a JSON object.
 void addPlace(const Place& place, JsonObject* object);

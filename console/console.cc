@@ -26,6 +26,7 @@
 #include "maintain/commands.h"
 #include "maintain/startup.h"
 #include "repair/card_repair.h"
+#include "report/card_report.h"
 #include "repair/journal.h"
 #include "repair/restore.h"
 
@@ -561,6 +562,10 @@ int consoleMain(int argc, char** argv) {
       return runRestore(options, argc, argv);
     case Mode::kRepair:
       return runRepairMode(options, argc, argv);
+    case Mode::kReport:
+      warnMediaDir();
+      return runCardReport(
+          ReportSettings{options.reportFile, options.filter, commandShowing});
     case Mode::kConsole:
       break;
   }

@@ -40,6 +40,8 @@ const char* modeOption(Mode mode) {
       return "--export";
     case Mode::kRepair:
       return "--repair";
+    case Mode::kReport:
+      return "--report";
     default:
       return "";
   }
@@ -221,18 +223,28 @@ const OptionRow kOptionRows[] = {
        o->exportDir = v;
        return setMode(o, Mode::kExport);
      }},
+    {0, "report", "FILE",
+     "write an HTML report of the card to FILE: a\n"
+     "timeline per channel, the damage marked, the\n"
+     "check's problems and the inventory; then exit",
+     [](Options* o, const char* v) {
+       o->reportFile = v;
+       return setMode(o, Mode::kReport);
+     }},
     {0, "channel", "N[,N...]",
-     "with --list or --export: only these channels",
+     "with --list, --export or --report: only these\n"
+     "channels",
      setChannels},
     {0, "from", "TIME",
-     "with --list or --export: only what overlaps\n"
-     "the time from TIME (YYYY-MM-DDTHH:MM:SS, with\n"
-     "Z or +HH:MM, or without: the recorder's clock)",
+     "with --list, --export or --report: only what\n"
+     "overlaps the time from TIME (YYYY-MM-DDTHH:\n"
+     "MM:SS, with Z or +HH:MM, or without: the\n"
+     "recorder's clock)",
      [](Options* o, const char* v) {
        return setBound("--from", v, &o->filter.from, &o->filter.fromText,
                        &o->filter.hasFrom);
      }},
-    {0, "to", "TIME", "with --list or --export: up to TIME",
+    {0, "to", "TIME", "with --list, --export or --report: up to TIME",
      [](Options* o, const char* v) {
        return setBound("--to", v, &o->filter.to, &o->filter.toText,
                        &o->filter.hasTo);
@@ -337,6 +349,8 @@ std::string usageText() {
       "exported, 1 when a segment or picture was skipped, 2 for a card that\n"
       "cannot be read or a directory that cannot be written. Otherwise it is\n"
       "0, or 2 for a bad command line or a device that cannot be worked on.\n"
+      "With --report it is as with --check, and 2 also when the report\n"
+      "cannot be written.\n"
       "With --repair it is 0 when nothing was found, 1 when all was fixed,\n"
       "4 when problems are left, 5 when some were fixed and some left, 8\n"
       "when the card or the journal failed, 16 for a bad command line.\n"
@@ -418,15 +432,18 @@ int parseOptions(int argc, char** argv, Options* options) {
   const bool wholeCard = options->mode == Mode::kList ||
                          options->mode == Mode::kCheck ||
                          options->mode == Mode::kExport ||
-                         options->mode == Mode::kRepair;
+                         options->mode == Mode::kRepair ||
+                         options->mode == Mode::kReport;
   if (wholeCard && options->scripted()) {
     return usageError(formatString("%s runs no console lines (-c, -f)",
                                    modeOption(options->mode)));
   }
   const SegmentFilter& filter = options->filter;
   if ((!filter.channels.empty() || filter.hasFrom || filter.hasTo) &&
-      options->mode != Mode::kList && options->mode != Mode::kExport) {
-    return usageError("--channel, --from and --to go with --list or --export");
+      options->mode != Mode::kList && options->mode != Mode::kExport &&
+      options->mode != Mode::kReport) {
+    return usageError(
+        "--channel, --from and --to go with --list, --export or --report");
   }
   if (!options->outputDir.empty() && options->mode != Mode::kConsole) {
     return usageError("-o names where console lines extract to: not with " +
@@ -461,7 +478,7 @@ bool asksForRepair(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     const std::string word = argv[i];
     if (word == "--") break;
-    if (word.size() >= 5 && name.compare(0, word.size(), word) == 0) {
+    if (word.size() >= 6 && name.compare(0, word.size(), word) == 0) {
       return true;
     }
   }

@@ -25,6 +25,7 @@ enum class Mode {
   kRestore,
   kExport,
   kRepair,
+  kReport,
 };
 
 // kDefault: always for the console alone, as on the recorder; auto where
@@ -46,6 +47,7 @@ struct Options {
   bool force = false;     // --force, with --restore only
   bool dryRun = false;    // --dry-run, with --restore only
   std::string exportDir;  // --export: where the footage goes (kExport)
+  std::string reportFile;  // --report: the HTML file (kReport)
   SegmentFilter filter;   // --channel, --from, --to: with --list, --export
   std::string outputDir;  // -o: where the console's extractions write
   char repairAnswer = 0;  // -n, -p or -y with --repair; 0: ask

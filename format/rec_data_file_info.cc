@@ -28,12 +28,15 @@ struct RecordType {
   const char* name;
   const char* maskLabel;
   uint64_t tr_FileTypeInfo::*mask;
+  RecordTypeBit bit;
 };
 const RecordType kRecordTypes[4] = {
-    {'F', "Manual", "manualMask", &tr_FileTypeInfo::manualMask},
-    {'A', "Alarm", "alarmMask", &tr_FileTypeInfo::alarmMask},
-    {'M', "Event", "eventMask", &tr_FileTypeInfo::eventMask},
-    {'R', "Scheduled", "TimingMask", &tr_FileTypeInfo::TimingMask}};
+    {'F', "Manual", "manualMask", &tr_FileTypeInfo::manualMask,
+     kManualRecording},
+    {'A', "Alarm", "alarmMask", &tr_FileTypeInfo::alarmMask, kAlarmRecording},
+    {'M', "Event", "eventMask", &tr_FileTypeInfo::eventMask, kEventRecording},
+    {'R', "Scheduled", "TimingMask", &tr_FileTypeInfo::TimingMask,
+     kScheduledRecording}};
 
 // Up to 1000 Hz in Hz, from there in kHz with one decimal. The division is
 // done in single precision, as the recorder does it.
@@ -114,6 +117,17 @@ void printSegmentInfoHeading(const char* recordName, int fileNum,
 
 std::string hex64Text(uint64_t value) {
   return formatString("0x%016llX", static_cast<unsigned long long>(value));
+}
+
+uint32_t recordTypes(const tr_FileTypeInfo& info, uint64_t effinfoMask) {
+  if ((effinfoMask & ETR_MEDIAFILEEFFINFO_FILETYPE) == 0) return 0;
+  uint32_t types = 0;
+  for (char byte : info.flag) {
+    for (const RecordType& type : kRecordTypes) {
+      if (byte == type.letter) types |= type.bit;
+    }
+  }
+  return types;
 }
 
 void printFileTypeInfo(const tr_FileTypeInfo& info, uint64_t effinfoMask) {

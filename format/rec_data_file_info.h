@@ -151,6 +151,17 @@ constexpr bool timeGroupValid(uint64_t effinfoMask) {
 // Both kinds of segment info keep their in-use flag in byte 7; 0 means the
 // segment holds no data. `info` is a segment info of either kind.
 constexpr size_t kSegmentInUseByte = offsetof(tr_RecDataFileInfo, inUse);
+// The kinds of recording a segment's flag letters name ('F' manual, 'A'
+// alarm, 'M' event, 'R' scheduled), as bits; 0 when the file type group is
+// not valid or names none.
+enum RecordTypeBit : uint32_t {
+  kManualRecording = 1,
+  kAlarmRecording = 2,
+  kEventRecording = 4,
+  kScheduledRecording = 8,
+};
+uint32_t recordTypes(const tr_FileTypeInfo& info, uint64_t effinfoMask);
+
 inline bool segmentInUse(const unsigned char* info) {
   return info[kSegmentInUseByte] != 0;
 }

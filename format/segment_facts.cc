@@ -30,7 +30,8 @@ SegmentFacts recordFacts(const tr_RecDataFileInfo& info) {
           info.vFormat.type,
           info.vFormat.width,
           info.vFormat.height,
-          info.vFormat.fps};
+          info.vFormat.fps,
+          recordTypes(info.fileTypeInfo, info.effinfoMask)};
 }
 
 SegmentFacts pictureFacts(const tr_JPGDataFileInfo& info) {
@@ -52,7 +53,8 @@ SegmentFacts pictureFacts(const tr_JPGDataFileInfo& info) {
           info.pictureEncode.type,
           info.pictureEncode.width,
           info.pictureEncode.height,
-          info.pictureEncode.fps};
+          info.pictureEncode.fps,
+          recordTypes(info.fileTypeInfo, info.effinfoMask)};
 }
 
 }  // namespace tr

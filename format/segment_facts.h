@@ -27,6 +27,7 @@ struct SegmentFacts {
   uint32_t width;
   uint32_t height;
   float fps;
+  uint32_t types;  // RecordTypeBit
 };
 
 // A picture segment's span runs from its first picture to its last; it

@@ -93,7 +93,11 @@ class Mender : public CheckFollower {
     report_->emitText("  fixed: " + fix.what + ": " + fix.changes);
     return fix.kept;
   }
-  bool stopped() const override { return stopped_; }
+  // A failed write, or Ctrl-C or SIGTERM, stops the walk.
+  bool stopped() const override {
+    return stopped_ || InterruptScope::caught() != 0;
+  }
+  bool writeFailed() const { return stopped_; }
 
   uint64_t fixed() const { return fixed_; }
   uint64_t notFixable() const { return notFixable_; }
@@ -323,13 +327,19 @@ int runRepair(const RepairSettings& settings) {
   }
   Report report(false, "repairing", settings.commandFor);
   const DeviceCommand command(settings.commandLine);
+  const InterruptScope interrupts;
   Mender mender(settings, &card, &report, writing ? &writer : nullptr);
   WalkCounts counts;
   const bool walked = walkCard(&card, &report, &mender, &counts) == 0;
   // What the fixes gathered is written and made durable, whatever stopped
   // the walk; after a failed write nothing more is.
   const bool durable =
-      !writing || (!mender.stopped() && writer.finish() == 0);
+      !writing || (!mender.writeFailed() && writer.finish() == 0);
+  if (InterruptScope::caught() != 0 && durable) {
+    err("trellis-maintain: repair interrupted: the fixes shown as fixed are "
+        "made; the check did not reach the end of the card\n");
+    return InterruptScope::terminated() ? 143 : 130;
+  }
   if (!walked || !durable) {
     if (writing && writer.writes() + mender.fixed() > 0) {
       const std::string journal = journalPath();

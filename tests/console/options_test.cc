@@ -53,7 +53,7 @@ const std::pair<const char*, const char*> kParseCases[] = {
     {"--json", "--json goes with --list or --check"},
     {"--list|--check", "--list and --check cannot be used together"},
     {"--check|-c|x", "--check runs no console lines (-c, -f)"},
-    {"--channel=1|--check", "--channel, --from and --to go with --list or --export"},
+    {"--channel=1|--check", "--channel, --from and --to go with --list, --export or --report"},
     {"-o|x|--export=y", "-o names where console lines extract to: not with --export"},
     {"--dry-run", "--force and --dry-run go with --restore only"},
     {"--restore=j|-f|x", "--restore runs no console lines: not with -c or -f"},
@@ -133,7 +133,7 @@ TEST_F(ScriptTest, ExitStatusTellsWhetherEveryCommandSucceeded) {
       {"-c", "", 2, "option --command needs a value (LINE)\n", ""},
       // --repair: usage errors 16, a card that cannot be read 8.
       {"--repair|-d|CARD", "", 16, "--repair asks before each fix, at a terminal only", ""},
-      {"--rep|-x", "", 16, "unknown option '-x'", ""},
+      {"--repa|-x", "", 16, "unknown option '-x'", ""},
       {"-qn|-d|CARD", "", 2, "-n, -p, -y and --no-undo go with --repair\n", ""},
       {"--repair|-pr|-d|CARD", "", 16, "-r lets --repair write nothing: add -n\n", ""},
       {"--repair|-n|-d|DIR/none", "", 8, "/none: No such file or directory\n", ""},

@@ -22,7 +22,7 @@ namespace {
 // of the cut.
 TEST(ExportTest, ASegmentIsCutAtItsIFrames) {
   const SegmentFacts facts = {true, 1, true, 1000, 1060, 0, 4096, 4000, -1,
-                              false, true, 4, 320, 176, 25.0f};
+                              false, true, 4, 320, 176, 25.0f, 0};
   const std::vector<IFrame> frames = {{1000, 4096}, {1020, 5000}, {1040, 6000}};
   const struct {
     int64_t from, to;
