@@ -22,16 +22,16 @@ jobs=$(nproc 2>/dev/null || echo 2)
 faults=$(cat <<'EOF'
 write-index-at-bound @@ check/record_checks.cc @@ head.writeFileIndex[c] <= head.maxFileNum @@ head.writeFileIndex[c] < head.maxFileNum
 position-at-bound @@ format/aux_context.cc @@ position.segmentNum <= head.maxSegmentNum @@ position.segmentNum < head.maxSegmentNum
-crc-skips-first-byte @@ repair/journal_text.cc @@ for (size_t i = 0; i < length; ++i) { @@ for (size_t i = 1; i < length; ++i) {
+crc-tables-swapped @@ repair/journal_text.cc @@ crc = kCrc.t[3][crc & 0xFF] ^ kCrc.t[2][(crc >> 8) & 0xFF] ^ @@ crc = kCrc.t[2][crc & 0xFF] ^ kCrc.t[3][(crc >> 8) & 0xFF] ^
 journal-of-smaller-device @@ repair/journal_read.cc @@ record.deviceSize != deviceSize @@ record.deviceSize > deviceSize
 journal-not-flushed @@ repair/journal.cc @@ sys.fsync(gJournal.fd) != 0 @@ false
 journal-lock-on-device @@ repair/journal.cc @@ sys.flock(fd, LOCK_EX | LOCK_NB) @@ sys.flock(deviceFd, LOCK_EX | LOCK_NB)
 device-lock-shared @@ base/device.cc @@ sys.flock(fd, LOCK_EX | LOCK_NB) @@ sys.flock(fd, LOCK_SH | LOCK_NB)
 read-only-when-set @@ console/console.cc @@ setReadOnly(readOnlyText == "1") @@ setReadOnly(!readOnlyText.empty())
 torn-record-kept @@ repair/journal.cc @@ sys.ftruncate(fd, static_cast<int64_t>(scan.wholeLength)) != 0 @@ false
-inventory-unclamped @@ check/inventory.cc @@ const int pictures = pictureCount(info); @@ const int pictures = info.validNum;
-backup-count-unchecked @@ check/check.cc @@ ||
-         backup->inUse != primary->inUse @@ 
+inventory-unclamped @@ format/segment_facts.cc @@ const int pictures = pictureCount(info); @@ const int pictures = info.validNum;
+backup-count-unchecked @@ check/check.cc @@ &&
+        backup->inUse == primary->inUse; @@ ;
 differences-uncounted @@ check/record_fields.cc @@ if (differing > kShownDifferences) { @@ if (false) {
 segment-index-one-off @@ format/index_layout.cc @@ const uint32_t segmentIndex = segmentNum - 1; @@ const uint32_t segmentIndex = segmentNum;
 aux-region-misplaced @@ format/index_layout.cc @@ return idxFileSize + base - kAuxRegionSize; @@ return idxFileSize + base - kAuxRegionSize + kAuxHeadSize;
@@ -60,7 +60,20 @@ restore-rewrites-restored @@ repair/restore.cc @@ if (found == record.before) { 
 restore-past-change @@ repair/restore.cc @@ if (outcome == Outcome::kChanged && !options.force) { @@ if (outcome == Outcome::kChanged && options.force) {
 unchanged-fields-shown @@ repair/change_lines.cc @@ if (before == after) continue; @@ 
 long-line-not-failed @@ console/console.cc @@ if (source.refused()) failed = true; @@ 
-json-without-mode @@ console/options.cc @@ if (options->json && !wholeCard) { @@ if (false) {
+json-without-mode @@ console/options.cc @@ if (options->json && @@ if (false &&
+repair-unsafe-as-safe @@ repair/card_repair.cc @@ fix->safe = finding.passes != finding.twinPasses; @@ fix->safe = true;
+mark-despite-differences @@ repair/card_repair.cc @@ if (finding.unequal > 0) { @@ if (false) {
+mark-beside-abnormal-twin @@ repair/card_repair.cc @@ if (!finding.twinNormal) { @@ if (false) {
+repair-all-fixed-as-some @@ repair/card_repair.cc @@ if (left == 0) return kRepairAllFixed; @@ if (left == 0) return kRepairSomeFixed;
+repair-device-not-flushed @@ repair/record_writer.cc @@ if (sys.fsync(fd) != 0) { @@ if (false) {
+restore-torn-write-refused @@ repair/restore.cc @@ while (written < found.size() && found[written] == record.after[written]) { @@ while (false) {
+repair-usage-abbreviated @@ console/options.cc @@ word.size() >= 6 && @@ word.size() >= 7 &&
+typed-line-whole @@ console/console.cc @@ std::max<size_t>(size, 2) - 1) @@ std::max<size_t>(size, 2))
+completion-files-not-in-use @@ console/completion.cc @@ if (dataHead.inUse != 0) found.push_back(f); @@ found.push_back(f);
+unjournalled-warned-always @@ repair/journal.cc @@ gWarnUnjournalled = false;
+    err( @@ err(
+html-less-than-raw @@ report/html.cc @@ html += "&lt;"; @@ html += "<";
+report-cut-short-unmarked @@ report/timeline.cc @@ if (cutShort) columns[last].cutShort = true; @@ 
 typo-case-sensitive @@ maintain/command_words.cc @@ std::tolower(static_cast<unsigned char>(a[i - 1])) == @@ static_cast<unsigned char>(a[i - 1]) ==
 number-wraps @@ maintain/dispatch.cc @@ if (value > INT_MAX) return INT_MAX; @@ 
 tab-not-separator @@ console/line_parser.cc @@ return c == '\0' || c == ' ' || c == '\t' ? 1 : 0; @@ return c == '\0' || c == ' ' ? 1 : 0;

@@ -87,6 +87,22 @@ TEST_F(CardRepairTest, AWriteFailingHalfWayEndsWith8AndTheJournalRestores) {
   EXPECT_EQ(changes(before, extents(card_)), "");
 }
 
+// The fixes are written, but the device cannot be flushed to disk: the
+// repair does not report them made.
+TEST_F(CardRepairTest, ADeviceThatCannotBeFlushedEndsWith8) {
+  useDevice(card_);
+  setMediaDir(dir_.file("media"));
+  setJournalPath(dir_.file("j.undo"));
+  RepairSettings settings;
+  settings.mode = RepairMode::kSafe;
+  // Two journal records, the journal's directory, then the device.
+  SysFaults faults({Call::kFsync, 4, -1, EIO});
+  const Captured c = capture([&] { EXPECT_EQ(runRepair(settings), kRepairFailed); });
+  EXPECT_NE(c.err.find("the writes could not be made durable"), std::string::npos) << c.err;
+  EXPECT_EQ(c.out.find("repair: "), std::string::npos);
+  EXPECT_EQ(faults.calls(Call::kFsync), 4);
+}
+
 }  // namespace
 }  // namespace test
 }  // namespace tr
