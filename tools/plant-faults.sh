@@ -73,7 +73,7 @@ completion-files-not-in-use @@ console/completion.cc @@ if (dataHead.inUse != 0)
 unjournalled-warned-always @@ repair/journal.cc @@ gWarnUnjournalled = false;
     err( @@ err(
 html-less-than-raw @@ report/html.cc @@ html += "&lt;"; @@ html += "<";
-report-cut-short-unmarked @@ report/timeline.cc @@ if (cutShort) columns[last].cutShort = true; @@ 
+report-cut-short-inverted @@ report/timeline.cc @@ if (cutShort) columns[last].cutShort = true; @@ if (!cutShort) columns[last].cutShort = true;
 typo-case-sensitive @@ maintain/command_words.cc @@ std::tolower(static_cast<unsigned char>(a[i - 1])) == @@ static_cast<unsigned char>(a[i - 1]) ==
 number-wraps @@ maintain/dispatch.cc @@ if (value > INT_MAX) return INT_MAX; @@ 
 tab-not-separator @@ console/line_parser.cc @@ return c == '\0' || c == ' ' || c == '\t' ? 1 : 0; @@ return c == '\0' || c == ' ' ? 1 : 0;
