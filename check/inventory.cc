@@ -17,6 +17,7 @@
 #include "format/index_layout.h"
 #include "format/segment_facts.h"
 #include "format/segment_filter.h"
+#include "format/segment_walk.h"
 
 namespace tr {
 namespace {
@@ -133,35 +134,19 @@ int listIndexFile(CardSession* card, const IndexFileDef& file,
       listDataFile(file, f, dataHead, &totals, report);
     }
   }
-  const uint64_t end =
-      dataFileAreaEnd(file.kind, head.maxFileNum, head.maxSegmentNum);
-  if (fits) {
-    reader->start(card->fd(), base + kIndexFileHeadSize,
-                  end - kIndexFileHeadSize);
-  }
-  const size_t infoSize = segmentInfoSize(file.kind);
-  for (uint32_t f = 1; fits && f <= head.maxFileNum; ++f) {
-    if (reader->take(kDataFileHeadSize) == nullptr) return -1;
-    for (uint32_t s = 1; s <= head.maxSegmentNum; ++s) {
-      const unsigned char* bytes = reader->take(infoSize);
-      if (bytes == nullptr) return -1;
-      if (!segmentInUse(bytes)) continue;
-      SegmentFacts facts;
-      if (file.kind == kRecordKind) {
-        tr_RecDataFileInfo info;
-        std::memcpy(&info, bytes, sizeof info);
-        facts = recordFacts(info);
-      } else {
-        tr_JPGDataFileInfo info;
-        std::memcpy(&info, bytes, sizeof info);
-        facts = pictureFacts(info);
-      }
-      if (filter.takes(facts)) {
-        listSegment({RecordKind::kSegmentInfo, &file, f, s}, facts, &totals,
-                    report);
-      }
-    }
-    report->progress(reader->bytesRead());
+  if (fits &&
+      !walkSegmentsInUse(
+          card, file, head, reader,
+          [&](uint32_t f, uint32_t s, const unsigned char* info) {
+            const SegmentFacts facts = segmentFacts(file.kind, info);
+            if (filter.takes(facts)) {
+              listSegment({RecordKind::kSegmentInfo, &file, f, s}, facts,
+                          &totals, report);
+            }
+            return true;
+          },
+          [&] { report->progress(reader->bytesRead()); })) {
+    return -1;
   }
 
   JsonObject object;

@@ -100,12 +100,6 @@ void checkIndexFileMark(const Place& where, const tr_IndexFileHead& head,
   }
 }
 
-bool dataFileAreaFits(const tr_IndexFileHead& head, uint32_t kind,
-                      uint64_t idxFileSize) {
-  return dataFileAreaEnd(kind, head.maxFileNum, head.maxSegmentNum) <=
-         auxRegionStart(0, idxFileSize);
-}
-
 void checkIndexFileHead(const Place& where, const tr_IndexFileHead& head,
                         uint64_t idxFileSize, Report* report) {
   const uint32_t kind = where.file->kind;

@@ -42,10 +42,6 @@ void checkIndexFileMark(const Place& where, const tr_IndexFileHead& head,
 // the auxiliary region, the auxiliary numbers and the channels' data files.
 void checkIndexFileHead(const Place& where, const tr_IndexFileHead& head,
                         uint64_t idxFileSize, Report* report);
-// True when the header's data-file area ends before the auxiliary region of
-// an index file of `idxFileSize` bytes, so that it can be read.
-bool dataFileAreaFits(const tr_IndexFileHead& head, uint32_t kind,
-                      uint64_t idxFileSize);
 
 void checkDataFileHead(const Place& where, const tr_DataFileHead& head,
                        Report* report);

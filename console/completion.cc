@@ -51,8 +51,7 @@ class QuietCard {
 bool readHead(const QuietCard& card, const IndexFileDef& file,
               tr_IndexFileHead* head) {
   return card.read(indexFileStart(file, trellisHead), head, sizeof *head) &&
-         dataFileAreaEnd(file.kind, head->maxFileNum, head->maxSegmentNum) <=
-             auxRegionStart(0, trellisHead.idxFileSize);
+         dataFileAreaFits(*head, file.kind, trellisHead.idxFileSize);
 }
 
 uint32_t number(const std::string& word) {

@@ -11,6 +11,7 @@
 #include "format/index_file_head.h"
 #include "format/index_layout.h"
 #include "format/segment_facts.h"
+#include "format/segment_walk.h"
 
 namespace tr {
 namespace {
@@ -96,25 +97,21 @@ void exportPictures(ExportSession* session) {
     session->cardLost(false);
     return;
   }
-  const uint64_t end =
-      dataFileAreaEnd(kPictureKind, head.maxFileNum, head.maxSegmentNum);
-  if (end > auxRegionStart(0, card.layout().idxFileSize)) {
+  if (!dataFileAreaFits(head, kPictureKind, card.layout().idxFileSize)) {
     session->skip({RecordKind::kIndexFileHead, &pictureFile(), 0, 0}, 0,
                   "its data files do not fit before its auxiliary region "
                   "(see --check)");
     return;
   }
   RegionReader reader;
-  reader.start(card.fd(), base + kIndexFileHeadSize, end - kIndexFileHeadSize);
-  for (uint32_t f = 1; f <= head.maxFileNum && !session->stopped(); ++f) {
-    if (reader.take(kDataFileHeadSize) == nullptr) break;
-    for (uint32_t s = 1; s <= head.maxSegmentNum && !session->stopped(); ++s) {
-      const unsigned char* bytes = reader.take(kJpgSegmentInfoSize);
-      if (bytes == nullptr) break;
-      if (segmentInUse(bytes)) exportSegment(session, f, s, bytes);
-    }
+  const auto visit = [&](uint32_t f, uint32_t s, const unsigned char* bytes) {
+    if (session->stopped()) return false;
+    exportSegment(session, f, s, bytes);
+    return true;
+  };
+  if (!walkSegmentsInUse(&card, pictureFile(), head, &reader, visit)) {
+    session->cardLost(true);
   }
-  if (reader.failed()) session->cardLost(true);
 }
 
 }  // namespace tr

@@ -18,6 +18,7 @@
 #include "format/index_file_head.h"
 #include "format/index_layout.h"
 #include "format/segment_facts.h"
+#include "format/segment_walk.h"
 
 namespace tr {
 namespace {
@@ -168,41 +169,31 @@ bool readHead(ExportSession* session, tr_IndexFileHead* head) {
   CardSession& card = session->card();
   if (card.read(card.base(recordFile()), head, sizeof *head) == -1)
     return false;
-  return dataFileAreaEnd(kRecordKind, head->maxFileNum, head->maxSegmentNum) <=
-         auxRegionStart(0, card.layout().idxFileSize);
+  return dataFileAreaFits(*head, kRecordKind, card.layout().idxFileSize);
 }
 
 // The first pass: the data files holding chosen segments, per channel.
 bool survey(ExportSession* session, const tr_IndexFileHead& head,
             RegionReader* reader, std::vector<Group>* groups) {
-  CardSession& card = session->card();
-  reader->start(
-      card.fd(), card.base(recordFile()) + kIndexFileHeadSize,
-      dataFileAreaEnd(kRecordKind, head.maxFileNum, head.maxSegmentNum) -
-          kIndexFileHeadSize);
-  for (uint32_t f = 1; f <= head.maxFileNum; ++f) {
-    if (reader->take(kDataFileHeadSize) == nullptr) return false;
-    for (uint32_t s = 1; s <= head.maxSegmentNum; ++s) {
-      const unsigned char* bytes = reader->take(kRecSegmentInfoSize);
-      if (bytes == nullptr) return false;
-      Pick pick;
-      std::string why;
-      if (!segmentInUse(bytes) ||
-          choose(session, f, s, bytes, &pick, &why) == Choice::kLeft) {
-        continue;
-      }
-      auto same = [&](const Group& g) {
-        return g.fileNum == f && g.channel == pick.facts.channel;
-      };
-      auto it = std::find_if(groups->begin(), groups->end(), same);
-      if (it == groups->end()) {
-        groups->push_back({pick.facts.channel, pick.facts.start, f});
-      } else {
-        it->first = std::min(it->first, pick.facts.start);
-      }
-    }
-  }
-  return true;
+  return walkSegmentsInUse(
+      &session->card(), recordFile(), head, reader,
+      [&](uint32_t f, uint32_t s, const unsigned char* bytes) {
+        Pick pick;
+        std::string why;
+        if (choose(session, f, s, bytes, &pick, &why) == Choice::kLeft) {
+          return true;
+        }
+        auto same = [&](const Group& g) {
+          return g.fileNum == f && g.channel == pick.facts.channel;
+        };
+        auto it = std::find_if(groups->begin(), groups->end(), same);
+        if (it == groups->end()) {
+          groups->push_back({pick.facts.channel, pick.facts.start, f});
+        } else {
+          it->first = std::min(it->first, pick.facts.start);
+        }
+        return true;
+      });
 }
 
 // The second pass over one data file: its chosen segments of `channel`, in

@@ -78,8 +78,7 @@ void chooseCopy(ExportSession* session, const IndexFileDef& file,
   if (card.read(base, &head, sizeof head) == 0) {
     backupDamage = "its header does not have this segment";
     if (fileNum <= head.maxFileNum && segmentNum <= head.maxSegmentNum &&
-        dataFileAreaEnd(file.kind, head.maxFileNum, head.maxSegmentNum) <=
-            auxRegionStart(0, card.layout().idxFileSize) &&
+        dataFileAreaFits(head, file.kind, card.layout().idxFileSize) &&
         card.read(segmentInfoOffset(base, file.kind, head.maxSegmentNum,
                                     fileNum, segmentNum),
                   copy->bytes, infoSize) == 0) {

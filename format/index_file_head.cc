@@ -6,6 +6,7 @@
 #include "base/device.h"
 #include "base/output.h"
 #include "base/platform.h"
+#include "format/index_layout.h"
 
 namespace tr {
 namespace {
@@ -107,6 +108,12 @@ int readTargetAndClose(int fd, uint64_t offset, void* dest, size_t size) {
     return -1;
   }
   return _tr_maintainCloseDevice(fd, true);
+}
+
+bool dataFileAreaFits(const tr_IndexFileHead& head, uint32_t kind,
+                      uint64_t idxFileSize) {
+  return dataFileAreaEnd(kind, head.maxFileNum, head.maxSegmentNum) <=
+         auxRegionStart(0, idxFileSize);
 }
 
 }  // namespace tr

@@ -54,6 +54,12 @@ static_assert(offsetof(tr_IndexFileHead, gap2) == 263, "");
 int _tr_maintainGetIndexFileHeader(uint64_t offset, tr_IndexFileHead* header);
 int _tr_maintainPrintIndexFileHeader(const tr_IndexFileHead* header);
 
+// True when the header's data-file area ends before the auxiliary region of
+// an index file of `idxFileSize` bytes, so that it can be read. `kind` is
+// the index file's own (the header's fileType may be damaged).
+bool dataFileAreaFits(const tr_IndexFileHead& head, uint32_t kind,
+                      uint64_t idxFileSize);
+
 // Shared by the readers of the records inside an index file.
 //
 // Opens the device read-only and reads the header at `base` into `header`.

@@ -1,6 +1,9 @@
 #include "format/segment_facts.h"
 
+#include <cstring>
+
 #include "base/times.h"
+#include "format/index_layout.h"
 
 namespace tr {
 namespace {
@@ -55,6 +58,17 @@ SegmentFacts pictureFacts(const tr_JPGDataFileInfo& info) {
           info.pictureEncode.height,
           info.pictureEncode.fps,
           recordTypes(info.fileTypeInfo, info.effinfoMask)};
+}
+
+SegmentFacts segmentFacts(uint32_t kind, const unsigned char* info) {
+  if (kind == kRecordKind) {
+    tr_RecDataFileInfo record;
+    std::memcpy(&record, info, sizeof record);
+    return recordFacts(record);
+  }
+  tr_JPGDataFileInfo picture;
+  std::memcpy(&picture, info, sizeof picture);
+  return pictureFacts(picture);
 }
 
 }  // namespace tr

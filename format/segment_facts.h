@@ -34,6 +34,9 @@ struct SegmentFacts {
 // has a time only when it has a picture.
 SegmentFacts recordFacts(const tr_RecDataFileInfo& info);
 SegmentFacts pictureFacts(const tr_JPGDataFileInfo& info);
+// The facts of the segment info `info` of an index file of `kind`, as it
+// lies on the card (read in place, it may be unaligned).
+SegmentFacts segmentFacts(uint32_t kind, const unsigned char* info);
 
 }  // namespace tr
 

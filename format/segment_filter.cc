@@ -1,70 +1,31 @@
 #include "format/segment_filter.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "base/output.h"
 #include "base/region_reader.h"
-#include "format/index_file_head.h"
-#include "format/index_layout.h"
+#include "format/segment_walk.h"
 
 namespace tr {
 namespace {
 
-// The zones recorded by the chosen channels' segments in use of one index
-// file; false when a read failed.
-bool collectZones(CardSession* card, const IndexFileDef& file,
-                  const SegmentFilter& filter, RegionReader* reader,
-                  std::vector<int32_t>* zones) {
-  tr_IndexFileHead head;
-  const uint64_t base = card->base(file);
-  if (card->read(base, &head, sizeof head) == -1) return false;
-  const uint64_t end =
-      dataFileAreaEnd(file.kind, head.maxFileNum, head.maxSegmentNum);
-  if (end > auxRegionStart(0, card->layout().idxFileSize)) return true;
-  reader->start(card->fd(), base + kIndexFileHeadSize,
-                end - kIndexFileHeadSize);
-  const size_t infoSize = segmentInfoSize(file.kind);
-  for (uint32_t f = 1; f <= head.maxFileNum; ++f) {
-    if (reader->take(kDataFileHeadSize) == nullptr) return false;
-    for (uint32_t s = 1; s <= head.maxSegmentNum; ++s) {
-      const unsigned char* bytes = reader->take(infoSize);
-      if (bytes == nullptr) return false;
-      if (!segmentInUse(bytes)) continue;
-      SegmentFacts facts;
-      if (file.kind == kRecordKind) {
-        tr_RecDataFileInfo info;
-        std::memcpy(&info, bytes, sizeof info);
-        facts = recordFacts(info);
-      } else {
-        tr_JPGDataFileInfo info;
-        std::memcpy(&info, bytes, sizeof info);
-        facts = pictureFacts(info);
-      }
-      if (!facts.timeValid ||
-          (!filter.channels.empty() &&
-           (!facts.channelValid || !filter.takesChannel(facts.channel)))) {
-        continue;
-      }
-      if (std::find(zones->begin(), zones->end(), facts.zone) == zones->end()) {
-        zones->push_back(facts.zone);
-      }
-    }
-  }
-  return true;
-}
-
 // The zone of the bounds written without one. -1 after a failed read or
 // the line saying that the segments record several zones.
 int resolveZone(CardSession* card, SegmentFilter* filter) {
+  // The zones the chosen channels' segments record, whatever their times:
+  // the window cannot be placed before its zone is known.
+  SegmentFilter channels = *filter;
+  channels.hasFrom = channels.hasTo = false;
   RegionReader reader;
   std::vector<int32_t> zones;
-  for (const IndexFileDef& file : kIndexFiles) {
-    if (file.backup) continue;
-    if (!collectZones(card, file, *filter, &reader, &zones)) {
-      if (reader.failed()) card->lost();
-      return -1;
-    }
+  if (visitSegments(card, channels, &reader, [&](const SegmentSeen& seen) {
+        const int32_t zone = seen.facts.zone;
+        if (seen.facts.timeValid &&
+            std::find(zones.begin(), zones.end(), zone) == zones.end()) {
+          zones.push_back(zone);
+        }
+      }) == -1) {
+    return -1;
   }
   if (zones.size() > 1) {
     std::string list;

@@ -19,12 +19,17 @@
 #include "format/index_file_head.h"
 #include "format/index_layout.h"
 #include "format/rec_data_file_info.h"
+#include "format/segment_walk.h"
 #include "report/html.h"
-#include "report/segments.h"
 #include "report/timeline.h"
 
 namespace tr {
 namespace {
+
+// The channel a segment's lane is keyed by.
+int64_t laneOf(const SegmentFacts& facts) {
+  return facts.channelValid ? facts.channel : kNoChannel;
+}
 
 const char kStyle[] =
     "@page{size:A4;margin:12mm}"
@@ -147,7 +152,7 @@ class ProblemList : public CheckFollower {
     }
     for (const unsigned char* bytes : {finding.bytes, finding.twinBytes}) {
       if (bytes == nullptr) continue;
-      const SegmentFacts facts = factsOf(finding.place.file->kind, bytes);
+      const SegmentFacts facts = segmentFacts(finding.place.file->kind, bytes);
       if (!facts.timeValid) continue;
       marks_.push_back({laneOf(facts), facts.start, static_cast<uint32_t>(number)});
       break;
@@ -159,17 +164,6 @@ class ProblemList : public CheckFollower {
   const std::vector<ProblemMark>& marks() const { return marks_; }
 
  private:
-  static SegmentFacts factsOf(uint32_t kind, const unsigned char* bytes) {
-    if (kind == kRecordKind) {
-      tr_RecDataFileInfo info;
-      std::memcpy(&info, bytes, sizeof info);
-      return recordFacts(info);
-    }
-    tr_JPGDataFileInfo info;
-    std::memcpy(&info, bytes, sizeof info);
-    return pictureFacts(info);
-  }
-
   uint64_t total_ = 0;
   std::vector<ReportedProblem> rows_;
   std::vector<ProblemMark> marks_;
@@ -461,8 +455,7 @@ int CardReport::dataFiles() {
     const uint64_t base = card_->base(file);
     tr_IndexFileHead head;
     if (card_->read(base, &head, sizeof head) == -1) return -1;
-    if (dataFileAreaEnd(file.kind, head.maxFileNum, head.maxSegmentNum) >
-        auxRegionStart(0, card_->layout().idxFileSize)) {
+    if (!dataFileAreaFits(head, file.kind, card_->layout().idxFileSize)) {
       continue;
     }
     for (uint32_t f = 1; f <= head.maxFileNum; ++f) {

@@ -11,12 +11,19 @@
 #include "base/platform.h"
 
 namespace tr {
+namespace {
+
+// The bytes a page could not show as themselves: control bytes and every
+// byte past ASCII, as "\xNN" (a card's text is not known to be UTF-8).
+const TextStyle kPageBytes = {false, false, true, "", false, false};
+
+}  // namespace
 
 std::string htmlText(const std::string& text) {
+  const std::string shown = escapedText(text, kPageBytes);
   std::string html;
-  html.reserve(text.size());
-  for (const char c : text) {
-    const unsigned char byte = static_cast<unsigned char>(c);
+  html.reserve(shown.size());
+  for (const char c : shown) {
     switch (c) {
       case '&':
         html += "&amp;";
@@ -34,11 +41,7 @@ std::string htmlText(const std::string& text) {
         html += "&#39;";
         break;
       default:
-        if (byte < 0x20 || byte >= 0x7f) {
-          html += formatString("\\x%02x", byte);
-        } else {
-          html += c;
-        }
+        html += c;
     }
   }
   return html;

@@ -73,6 +73,8 @@ completion-files-not-in-use @@ console/completion.cc @@ if (dataHead.inUse != 0)
 unjournalled-warned-always @@ repair/journal.cc @@ gWarnUnjournalled = false;
     err( @@ err(
 html-less-than-raw @@ report/html.cc @@ html += "&lt;"; @@ html += "<";
+walk-head-taken-as-info @@ format/segment_walk.cc @@ if (reader->take(kDataFileHeadSize) == nullptr) return !reader->failed(); @@ if (false) return !reader->failed();
+walk-takes-unused @@ format/segment_walk.cc @@ if (segmentInUse(info) && !visit(f, s, info)) return true; @@ if (!visit(f, s, info)) return true;
 report-cut-short-inverted @@ report/timeline.cc @@ if (cutShort) columns[last].cutShort = true; @@ if (!cutShort) columns[last].cutShort = true;
 typo-case-sensitive @@ maintain/command_words.cc @@ std::tolower(static_cast<unsigned char>(a[i - 1])) == @@ static_cast<unsigned char>(a[i - 1]) ==
 number-wraps @@ maintain/dispatch.cc @@ if (value > INT_MAX) return INT_MAX; @@ 
